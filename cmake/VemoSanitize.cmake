@@ -1,0 +1,15 @@
+# Sanitizers apply to every target (ours and the test framework's sources) so
+# that instrumented and uninstrumented frames never mix inside our code.
+if(VEMO_SANITIZE STREQUAL "address")
+    set(_vemo_san -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(VEMO_SANITIZE STREQUAL "thread")
+    set(_vemo_san -fsanitize=thread -fno-omit-frame-pointer)
+elseif(VEMO_SANITIZE STREQUAL "undefined")
+    set(_vemo_san -fsanitize=undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(NOT VEMO_SANITIZE STREQUAL "")
+    message(FATAL_ERROR "VEMO_SANITIZE must be address, thread, undefined or empty, not '${VEMO_SANITIZE}'")
+endif()
+if(_vemo_san)
+    add_compile_options(${_vemo_san})
+    add_link_options(${_vemo_san} ${VEMO_SANITIZE_LINK_EXTRA})
+endif()

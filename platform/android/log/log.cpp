@@ -1,0 +1,103 @@
+#include <android/log.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+#include <vector>
+
+#include "LogRegistry.h"
+#include "hostlog/LogCapture.h"
+
+namespace hostlog {
+namespace {
+
+std::mutex& registryMutex() {
+    static std::mutex m;
+    return m;
+}
+
+// Guarded by registryMutex(); also serialises the stderr writes.
+std::vector<LogCapture*>& captures() {
+    static std::vector<LogCapture*> c;
+    return c;
+}
+
+char priorityLetter(int prio) {
+    static const char kLetters[] = "??VDIWEFS";
+    return (prio >= 0 && prio <= ANDROID_LOG_SILENT) ? kLetters[prio] : '?';
+}
+
+}  // namespace
+
+void registerCapture(LogCapture* capture) {
+    std::lock_guard<std::mutex> lock(registryMutex());
+    captures().push_back(capture);
+}
+
+void unregisterCapture(LogCapture* capture) {
+    std::lock_guard<std::mutex> lock(registryMutex());
+    auto& c = captures();
+    c.erase(std::remove(c.begin(), c.end(), capture), c.end());
+}
+
+int writeMessage(int prio, const char* tag, const char* text) {
+    if (tag == nullptr) {
+        tag = "";
+    }
+    if (text == nullptr) {
+        return -EINVAL;
+    }
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char stamp[32];
+    strftime(stamp, sizeof stamp, "%m-%d %H:%M:%S", &local);
+
+    const LogEntry entry{prio, tag, text};
+    std::lock_guard<std::mutex> lock(registryMutex());
+    bool echo = true;
+    for (LogCapture* c : captures()) {
+        c->record(entry);
+        echo = echo && c->echo();
+    }
+    if (echo) {
+        std::fprintf(stderr, "%s.%03ld %5d %5ld %c %-8s: %s\n", stamp, now.tv_nsec / 1000000L,
+                     static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
+                     priorityLetter(prio), tag, text);
+        std::fflush(stderr);
+    }
+    return static_cast<int>(entry.message.size()) + 1;
+}
+
+}  // namespace hostlog
+
+extern "C" {
+
+int __android_log_write(int prio, const char* tag, const char* text) {
+    return hostlog::writeMessage(prio, tag, text);
+}
+
+int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
+    // liblog formats into a fixed buffer of this size and truncates the rest.
+    char buf[1024];
+    if (fmt == nullptr) {
+        return -EINVAL;
+    }
+    std::vsnprintf(buf, sizeof buf, fmt, ap);
+    return hostlog::writeMessage(prio, tag, buf);
+}
+
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    const int r = __android_log_vprint(prio, tag, fmt, ap);
+    va_end(ap);
+    return r;
+}
+
+}  // extern "C"

@@ -1,0 +1,111 @@
+#include "common/DeviceInfoImpl.h"
+
+#include <sys/system_properties.h>
+
+#include <pellux/managers/BasicUtilsManager.h>
+#include <cctype>
+#include <regex>
+#include <stdexcept>
+
+#include "common/VemoLogger.h"
+#include "fact/FactHeartbeatMetric.h"
+
+namespace vemo {
+namespace {
+
+const VemoLogger logger{"DeviceInfo"};
+
+using com::nimbel::pellux::managers::BasicUtilsManager;
+
+bool isValidLocale(const std::string& value) {
+    static const std::regex kLocale("^[A-Za-z]{2,4}([_-]([A-Za-z]{2}|[0-9]{3}))$");
+    return std::regex_match(value, kLocale);
+}
+
+bool isAlnumOnly(const std::string& value) {
+    for (const char c : value) {
+        if (!std::isalnum(static_cast<unsigned char>(c))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+constexpr int DeviceInfoImpl::kAccessorWaitBound;
+
+std::string DeviceInfoImpl::getSystemProperty(const char* name) {
+    char value[PROP_VALUE_MAX] = {};
+    if (__system_property_get(name, value) >= 1) {
+        return value;
+    }
+    // The format ends in a bare '%' on purpose: the line does not name the
+    // property, and device tooling matches this exact text.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+    logger.e("%s:msg=getSystemPropertyFailed, field=%", "getSystemProperty");
+#pragma GCC diagnostic pop
+    fact::FactHeartbeatMetric::GetInstance().addCount("GetSystemPropertyError");
+    return "";
+}
+
+std::string DeviceInfoImpl::getModelName() {
+    return getSystemProperty("ro.product.model");
+}
+
+std::string DeviceInfoImpl::getDSN() {
+    return getSystemProperty("ro.serialno");
+}
+
+std::string DeviceInfoImpl::getManufacturerName() {
+    return getSystemProperty("ro.product.manufacturer");
+}
+
+std::string DeviceInfoImpl::getType() {
+    const std::string type = getSystemProperty("ro.product.config.type");
+    if (type.empty() || !isAlnumOnly(type)) {
+        throw std::runtime_error(
+            "Invalid device type string when retrieving device type using "
+            "__system_property_get()");
+    }
+    return type;
+}
+
+std::string DeviceInfoImpl::getLocale() {
+    const std::string persisted = getSystemProperty("persist.sys.locale");
+    if (!persisted.empty() && isValidLocale(persisted)) {
+        return persisted;
+    }
+    const std::string product = getSystemProperty("ro.product.locale");
+    if (isValidLocale(product)) {
+        return product;
+    }
+    throw std::runtime_error(
+        "Invalid locale string when retrieving locales using __system_property_get()");
+}
+
+int32_t DeviceInfoImpl::getRegistrationState() {
+    BasicUtilsManager* manager = BasicUtilsManager::getManager();
+    const int status = manager->init(kAccessorWaitBound);
+    if (status != 0) {
+        logger.e("%s:msg=BasicUtilsManagerInitFailed, error=%d", "getRegistrationState", status);
+        return 0;
+    }
+    return BasicUtilsManager::getRegistrationState(manager);
+}
+
+bool DeviceInfoImpl::getMapToken(std::string& token) {
+    BasicUtilsManager* manager = BasicUtilsManager::getManager();
+    int status = manager->init(kAccessorWaitBound);
+    if (status == 0) {
+        status = BasicUtilsManager::getAccessToken(manager, token);
+    }
+    if (status != 0) {
+        logger.e("%s:msg=getAccessTokenFailed, error=%d", "getMapToken", status);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace vemo

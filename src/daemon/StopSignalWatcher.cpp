@@ -1,0 +1,34 @@
+#include "daemon/StopSignalWatcher.h"
+
+namespace vemo {
+
+StopSignalWatcher::StopSignalWatcher(std::function<void(int)> onStop) : onStop_(std::move(onStop)) {
+    sigemptyset(&signals_);
+    sigaddset(&signals_, SIGTERM);
+    sigaddset(&signals_, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals_, &previousMask_);
+    thread_ = std::thread(&StopSignalWatcher::wait, this);
+}
+
+StopSignalWatcher::~StopSignalWatcher() {
+    closing_ = true;
+    // Wake the waiting thread with a signal aimed at it alone; it sees
+    // closing_ and leaves without calling the stop function.
+    if (!done_) {
+        pthread_kill(thread_.native_handle(), SIGTERM);
+    }
+    thread_.join();
+    pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
+}
+
+void StopSignalWatcher::wait() {
+    int signal = 0;
+    while (sigwait(&signals_, &signal) != 0) {
+    }
+    done_ = true;
+    if (!closing_) {
+        onStop_(signal);
+    }
+}
+
+}  // namespace vemo
