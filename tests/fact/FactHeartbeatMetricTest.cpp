@@ -86,6 +86,8 @@ TEST_F(FactHeartbeatMetricTest, CountingAfterShutdownWorksButIsNotReported) {
 
 TEST_F(FactHeartbeatMetricTest, ConcurrentCountsAreNotLost) {
     FactHeartbeatMetric heartbeat(std::chrono::hours(1));
+    // The first report zeroes whatever was counted before it.
+    ASSERT_TRUE(waitForRecords(1));
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&heartbeat] {
