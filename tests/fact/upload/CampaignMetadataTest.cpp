@@ -166,7 +166,10 @@ INSTANTIATE_TEST_SUITE_P(
                       EncodingCase{{0x01020304}, true, "AQIDBA=="},
                       EncodingCase{{INT32_MIN, INT32_MAX}, false, "AAAAgP///38="},
                       EncodingCase{{INT32_MIN, INT32_MAX}, true, "gAAAAH////8="},
-                      EncodingCase{{}, false, ""}, EncodingCase{{}, true, ""}));
+                      EncodingCase{{}, false, ""}, EncodingCase{{}, true, ""}),
+    [](const ::testing::TestParamInfo<EncodingCase>& info) {
+        return std::to_string(info.index) + (info.param.bigEndian ? "BigEndian" : "LittleEndian");
+    });
 
 TEST(EncodeVectorLarge, MatchesOneBlockEncodingOfTheSameBytes) {
     // Large enough to be encoded in several slices, with a remainder.

@@ -169,6 +169,7 @@ TEST_F(CurlHttpClientTest, PlainHttpIsRefusedBeforeAnythingIsSent) {
 }
 
 struct MisbehaviourCase {
+    const char* name;
     Misbehaviour behaviour;
     const char* failure;
 };
@@ -184,14 +185,18 @@ TEST_P(CurlMisbehavingPeerTest, EndsInAnErrorNeverAHang) {
 
 INSTANTIATE_TEST_SUITE_P(
     Peers, CurlMisbehavingPeerTest,
-    ::testing::Values(MisbehaviourCase{Misbehaviour::kNeverAccept, "Timeout was reached"},
-                      MisbehaviourCase{Misbehaviour::kCloseAtOnce, "SSL connect error"},
-                      MisbehaviourCase{Misbehaviour::kPlainGarbage, "SSL connect error"},
-                      MisbehaviourCase{Misbehaviour::kGarbageReply, "Unsupported protocol"},
-                      MisbehaviourCase{Misbehaviour::kNoReply,
-                                       "Server returned nothing (no headers, no data)"},
-                      MisbehaviourCase{Misbehaviour::kTruncatedBody, "Transferred a partial file"},
-                      MisbehaviourCase{Misbehaviour::kStallAfterRequest, "Timeout was reached"}));
+    ::testing::Values(
+        MisbehaviourCase{"NeverAccept", Misbehaviour::kNeverAccept, "Timeout was reached"},
+        MisbehaviourCase{"CloseAtOnce", Misbehaviour::kCloseAtOnce, "SSL connect error"},
+        MisbehaviourCase{"PlainGarbage", Misbehaviour::kPlainGarbage, "SSL connect error"},
+        MisbehaviourCase{"GarbageReply", Misbehaviour::kGarbageReply, "Unsupported protocol"},
+        MisbehaviourCase{"NoReply", Misbehaviour::kNoReply,
+                         "Server returned nothing (no headers, no data)"},
+        MisbehaviourCase{"TruncatedBody", Misbehaviour::kTruncatedBody,
+                         "Transferred a partial file"},
+        MisbehaviourCase{"StallAfterRequest", Misbehaviour::kStallAfterRequest,
+                         "Timeout was reached"}),
+    [](const ::testing::TestParamInfo<MisbehaviourCase>& info) { return info.param.name; });
 
 TEST_F(CurlHttpClientTest, TotalTimeoutBoundsAStalledAnswer) {
     CurlHttpClient::Limits limits;

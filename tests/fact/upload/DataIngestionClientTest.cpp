@@ -118,7 +118,10 @@ TEST_P(UploadStatusTest, OnlyExactly200Succeeds) {
 INSTANTIATE_TEST_SUITE_P(Statuses, UploadStatusTest,
                          ::testing::Values(StatusCase{200, true}, StatusCase{201, false},
                                            StatusCase{204, false}, StatusCase{302, false},
-                                           StatusCase{401, false}, StatusCase{500, false}));
+                                           StatusCase{401, false}, StatusCase{500, false}),
+                         [](const ::testing::TestParamInfo<StatusCase>& info) {
+                             return "Status" + std::to_string(info.param.status);
+                         });
 
 TEST_F(DataIngestionClientTest, TransportFailureIsCountedAndLogged) {
     http->failWith("curl request failed: Timeout was reached");
