@@ -31,13 +31,14 @@ const char kTag[] = "Vemo:CurlHttpClient";
 const std::unordered_map<std::string, std::string> kHeaders = {{"Content-Type", "application/json"},
                                                                {"x-qzt-access-token", "tok-1"}};
 
-// Short bounds so that the stall cases end quickly.
-CurlHttpClient::Limits quickLimits() {
+// A short speed bound so that stalls end quickly; connect and total bounds
+// generous enough for a loaded sanitizer build.
+CurlHttpClient::Limits quickLimits(std::chrono::milliseconds connectTimeout = 10s) {
     CurlHttpClient::Limits limits;
-    limits.connectTimeout = 500ms;
+    limits.connectTimeout = connectTimeout;
     limits.lowSpeedBytesPerSecond = 1;
     limits.lowSpeedTime = 1s;
-    limits.totalTimeout = 10s;
+    limits.totalTimeout = 30s;
     return limits;
 }
 
@@ -63,7 +64,8 @@ class CurlHttpClientTest : public ::testing::Test {
     void trustTestCa() { root.writeBuildProps({{CurlHttpClient::kCaFileProperty, pki.caFile()}}); }
 
     // The failure text a request to `url` ends with.
-    std::string failureOf(const std::string& url) {
+    std::string failureOf(const std::string& url) { return failureOf(client, url); }
+    static std::string failureOf(CurlHttpClient& client, const std::string& url) {
         try {
             client.sendRequest(url, kHeaders, "{}").get();
         } catch (const std::runtime_error& e) {
@@ -172,6 +174,7 @@ struct MisbehaviourCase {
     const char* name;
     Misbehaviour behaviour;
     const char* failure;
+    std::chrono::milliseconds connectTimeout = 10s;
 };
 
 class CurlMisbehavingPeerTest : public CurlHttpClientTest,
@@ -179,14 +182,15 @@ class CurlMisbehavingPeerTest : public CurlHttpClientTest,
 
 TEST_P(CurlMisbehavingPeerTest, EndsInAnErrorNeverAHang) {
     MisbehavingServer server(GetParam().behaviour, pki.serverCert(), pki.serverKey());
-    EXPECT_EQ(failureOf(server.baseUrl() + "/maskedFAVs"),
+    CurlHttpClient peerClient(quickLimits(GetParam().connectTimeout));
+    EXPECT_EQ(failureOf(peerClient, server.baseUrl() + "/maskedFAVs"),
               std::string("curl request failed: ") + GetParam().failure);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Peers, CurlMisbehavingPeerTest,
     ::testing::Values(
-        MisbehaviourCase{"NeverAccept", Misbehaviour::kNeverAccept, "Timeout was reached"},
+        MisbehaviourCase{"NeverAccept", Misbehaviour::kNeverAccept, "Timeout was reached", 1s},
         MisbehaviourCase{"CloseAtOnce", Misbehaviour::kCloseAtOnce, "SSL connect error"},
         MisbehaviourCase{"PlainGarbage", Misbehaviour::kPlainGarbage, "SSL connect error"},
         MisbehaviourCase{"GarbageReply", Misbehaviour::kGarbageReply, "Unsupported protocol"},
@@ -202,7 +206,7 @@ TEST_F(CurlHttpClientTest, TotalTimeoutBoundsAStalledAnswer) {
     CurlHttpClient::Limits limits;
     limits.connectTimeout = 0ms;
     limits.lowSpeedBytesPerSecond = 0;
-    limits.totalTimeout = 300ms;
+    limits.totalTimeout = 2s;
     CurlHttpClient bounded(limits);
     HttpsTestServer server(pki.serverCert(), pki.serverKey());
     server.holdAnswers();

@@ -55,10 +55,11 @@ class UploadOverHttpsTest : public ::testing::Test {
         return fact::FactHeartbeatMetric::GetInstance().getCount(kFailures) - failuresBefore;
     }
 
-    static CurlHttpClient::Limits quickLimits() {
+    // Generous for a loaded sanitizer build; the stall case brings its own.
+    static CurlHttpClient::Limits testLimits(std::chrono::milliseconds total = 30s) {
         CurlHttpClient::Limits limits;
-        limits.connectTimeout = 2s;
-        limits.totalTimeout = 3s;
+        limits.connectTimeout = 10s;
+        limits.totalTimeout = total;
         return limits;
     }
 
@@ -67,7 +68,7 @@ class UploadOverHttpsTest : public ::testing::Test {
     hostlog::LogCapture logs;
     int32_t failuresBefore = 0;
     DataIngestionClient client{std::make_shared<fact::MapAuthenticator>(),
-                               std::make_shared<CurlHttpClient>(quickLimits())};
+                               std::make_shared<CurlHttpClient>(testLimits())};
 };
 
 TEST_F(UploadOverHttpsTest, ServiceReceivesExactlyTheDocumentAndToken) {
@@ -127,8 +128,10 @@ TEST_F(UploadOverHttpsTest, StalledServiceEndsInAFailureAndFreesTheThread) {
     vemo::test::MisbehavingServer server(vemo::test::Misbehaviour::kStallAfterRequest,
                                          pki.serverCert(), pki.serverKey());
     pointAt(server.baseUrl());
-    client.uploadAsync(std::vector<int>{1, 2, 3}, kMetadata, "FactOrvuManager_c-9", "stalled");
-    ASSERT_TRUE(client.waitForUploads(60s));
+    DataIngestionClient bounded(std::make_shared<fact::MapAuthenticator>(),
+                                std::make_shared<CurlHttpClient>(testLimits(2s)));
+    bounded.uploadAsync(std::vector<int>{1, 2, 3}, kMetadata, "FactOrvuManager_c-9", "stalled");
+    ASSERT_TRUE(bounded.waitForUploads(60s));
     EXPECT_EQ(logs.messages(kTag),
               (std::vector<std::string>{
                   "upload:Error in getting http response: curl request failed: Timeout was "
