@@ -206,7 +206,7 @@ TEST_F(CurlHttpClientTest, TotalTimeoutBoundsAStalledAnswer) {
     CurlHttpClient::Limits limits;
     limits.connectTimeout = 0ms;
     limits.lowSpeedBytesPerSecond = 0;
-    limits.totalTimeout = 2s;
+    limits.totalTimeout = 3s;
     CurlHttpClient bounded(limits);
     HttpsTestServer server(pki.serverCert(), pki.serverKey());
     server.holdAnswers();
