@@ -7,9 +7,13 @@
 namespace fact {
 namespace {
 
-// EVP_EncodeBlock takes an int length; encoding in slices whose length is a
-// multiple of 3 gives the same text as one call and never overflows it.
-constexpr size_t kSliceBytes = 3 * 16384;
+// The bytes are encoded in slices from a stack buffer: a slice holds whole
+// elements and whole 3-byte base64 groups (a multiple of 12 bytes), so the
+// texts of the slices join into the text of the whole, and EVP_EncodeBlock's
+// int length can never overflow.
+constexpr size_t kSliceElements = 768;
+constexpr size_t kSliceBytes = kSliceElements * 4;
+static_assert(kSliceBytes % 3 == 0, "slices must end on a base64 group");
 
 size_t encodedLength(size_t bytes) {
     return (bytes + 2) / 3 * 4;
@@ -22,31 +26,25 @@ std::string toString(VectorEncoding encoding) {
 }
 
 std::string encodeVector(const std::vector<int32_t>& data, bool bigEndian) {
-    std::vector<unsigned char> bytes;
-    bytes.reserve(data.size() * 4);
-    for (const int32_t value : data) {
-        const uint32_t bits = static_cast<uint32_t>(value);
-        const unsigned char le[4] = {
-            static_cast<unsigned char>(bits & 0xffu),
-            static_cast<unsigned char>((bits >> 8) & 0xffu),
-            static_cast<unsigned char>((bits >> 16) & 0xffu),
-            static_cast<unsigned char>((bits >> 24) & 0xffu),
-        };
-        if (bigEndian) {
-            bytes.insert(bytes.end(), std::rbegin(le), std::rend(le));
-        } else {
-            bytes.insert(bytes.end(), std::begin(le), std::end(le));
+    // One text plus the NUL that EVP_EncodeBlock writes after each slice.
+    std::string encoded(encodedLength(data.size() * 4) + 1, '\0');
+    size_t length = 0;
+    unsigned char slice[kSliceBytes];
+    for (size_t first = 0; first < data.size(); first += kSliceElements) {
+        const size_t count = std::min(kSliceElements, data.size() - first);
+        unsigned char* out = slice;
+        for (size_t i = first; i < first + count; ++i) {
+            const uint32_t bits = static_cast<uint32_t>(data[i]);
+            for (int k = 0; k < 4; ++k) {
+                const int shift = bigEndian ? 24 - 8 * k : 8 * k;
+                *out++ = static_cast<unsigned char>((bits >> shift) & 0xffu);
+            }
         }
+        const int written = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&encoded[length]),
+                                            slice, static_cast<int>(count * 4));
+        length += static_cast<size_t>(written);
     }
-    std::string encoded;
-    encoded.reserve(encodedLength(bytes.size()));
-    // One slice's text plus EVP_EncodeBlock's terminating NUL.
-    std::vector<unsigned char> out(encodedLength(std::min(bytes.size(), kSliceBytes)) + 1);
-    for (size_t offset = 0; offset < bytes.size(); offset += kSliceBytes) {
-        const size_t n = std::min(kSliceBytes, bytes.size() - offset);
-        const int written = EVP_EncodeBlock(out.data(), bytes.data() + offset, static_cast<int>(n));
-        encoded.append(reinterpret_cast<const char*>(out.data()), static_cast<size_t>(written));
-    }
+    encoded.resize(length);
     return encoded;
 }
 
