@@ -34,6 +34,9 @@ struct BadMetadata {
     std::string text;
     std::string error;
 };
+void PrintTo(const BadMetadata& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class ParseCampaignMetadataError : public ::testing::TestWithParam<BadMetadata> {};
 
@@ -45,11 +48,14 @@ TEST_P(ParseCampaignMetadataError, ThrowsTheFixedTextAndLogsItOnce) {
     } catch (const std::invalid_argument& e) {
         EXPECT_EQ(std::string(e.what()), GetParam().error);
     }
-    const auto entries = logs.entries();
-    ASSERT_EQ(entries.size(), 2u) << hostlog::describe(entries);
-    EXPECT_EQ(entries[0].priority, ANDROID_LOG_DEBUG);  // where the schema said no
+    // Schema mismatches add a debug line saying where; the error is logged once.
+    size_t errors = 0;
+    for (const auto& entry : logs.entries()) {
+        errors += entry.priority == ANDROID_LOG_ERROR ? 1 : 0;
+    }
+    EXPECT_EQ(errors, 1u);
     EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, kTag, "parseCampaignMetadata:" + GetParam().error))
-        << hostlog::describe(entries);
+        << hostlog::describe(logs.entries());
 }
 
 const std::string kInvalidCampaign = "Invalid campaign metadata json string";
@@ -77,26 +83,8 @@ INSTANTIATE_TEST_SUITE_P(
                     kInvalidPrivacy}),
     [](const ::testing::TestParamInfo<BadMetadata>& info) { return info.param.name; });
 
-class ParseCampaignMetadataSyntax : public ParseCampaignMetadataError {};
-
-TEST_P(ParseCampaignMetadataSyntax, ThrowsTheFixedTextAndLogsItOnce) {
-    hostlog::LogCapture logs;
-    EXPECT_THROW(
-        {
-            try {
-                fact::parseCampaignMetadata(GetParam().text);
-            } catch (const std::invalid_argument& e) {
-                EXPECT_EQ(std::string(e.what()), GetParam().error);
-                throw;
-            }
-        },
-        std::invalid_argument);
-    EXPECT_EQ(logs.messages(kTag),
-              std::vector<std::string>{"parseCampaignMetadata:" + GetParam().error});
-}
-
 INSTANTIATE_TEST_SUITE_P(
-    Syntax, ParseCampaignMetadataSyntax,
+    Syntax, ParseCampaignMetadataError,
     ::testing::Values(
         BadMetadata{"Empty", "", "Failed to parse campaign metadata json string, error code 1"},
         BadMetadata{"NotJson", "campaign",
@@ -151,6 +139,9 @@ struct EncodingCase {
     bool bigEndian;
     const char* base64;
 };
+void PrintTo(const EncodingCase& c, std::ostream* os) {
+    *os << c.base64;
+}
 
 class EncodeVector : public ::testing::TestWithParam<EncodingCase> {};
 

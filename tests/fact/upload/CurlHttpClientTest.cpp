@@ -176,6 +176,9 @@ struct MisbehaviourCase {
     const char* failure;
     std::chrono::milliseconds connectTimeout = 10s;
 };
+void PrintTo(const MisbehaviourCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class CurlMisbehavingPeerTest : public CurlHttpClientTest,
                                 public ::testing::WithParamInterface<MisbehaviourCase> {};

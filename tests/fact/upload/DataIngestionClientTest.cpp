@@ -94,6 +94,9 @@ struct StatusCase {
     int32_t status;
     bool success;
 };
+void PrintTo(const StatusCase& c, std::ostream* os) {
+    *os << c.status;
+}
 
 class UploadStatusTest : public DataIngestionClientTest,
                          public ::testing::WithParamInterface<StatusCase> {};
