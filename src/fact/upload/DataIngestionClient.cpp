@@ -5,7 +5,6 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <type_traits>
 #include <unordered_map>
@@ -86,7 +85,8 @@ void DataIngestionClient::uploadAsync(const std::vector<T>& data,
             client.reset();
             inFlight->end();
         }).detach();
-    } catch (const std::system_error& e) {
+    } catch (const std::exception& e) {
+        // No thread (std::system_error) or no memory for its copies.
         inFlight->end();
         count("DataIngestionClientUploadThreadErrorCount");
         logger_.e("%s:Failed to start upload thread: %s", "uploadAsync", e.what());
