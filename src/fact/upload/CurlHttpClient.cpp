@@ -47,6 +47,9 @@ void applyLimits(CURL* handle, const CurlHttpClient::Limits& limits) {
 Response transfer(const std::string& url,
                   const std::unordered_map<std::string, std::string>& headers,
                   const std::string& body, const CurlHttpClient::Limits& limits) {
+    // Declared before the handle: libcurl may use them until it is cleaned up.
+    Response response;
+    char detail[CURL_ERROR_SIZE] = {};
     EasyHandle handle(curl_easy_init());
     if (!handle) {
         FactHeartbeatMetric::GetInstance().addCount("DataIngestionClientCurlEasyInitErrorCount");
@@ -54,7 +57,6 @@ Response transfer(const std::string& url,
         throw std::runtime_error("Failed to initialize curl");
     }
     CURL* curl = handle.get();
-    Response response;
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
@@ -69,7 +71,6 @@ Response transfer(const std::string& url,
     if (__system_property_get(CurlHttpClient::kCaFileProperty, caFile) > 0) {
         curl_easy_setopt(curl, CURLOPT_CAINFO, caFile);
     }
-    char detail[CURL_ERROR_SIZE] = {};
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, detail);
 
     HeaderList headerList;
@@ -82,7 +83,8 @@ Response transfer(const std::string& url,
             logger.e("%s:%s", "operator()", message.c_str());
             throw std::runtime_error(message);
         }
-        headerList.release();
+        // The list's head stays the same once it exists.
+        static_cast<void>(headerList.release());
         headerList.reset(appended);
     }
     if (headerList) {
