@@ -123,6 +123,7 @@ class Transport {
     status_t parcelToFrame(const Parcel& parcel, Frame* frame, std::vector<uint64_t>* exported);
     status_t frameToParcel(Frame* frame, Parcel* parcel);
     void undoExports(const std::vector<uint64_t>& exported);
+    void holdNodes(const std::vector<uint64_t>& nodes);
 
     // Outgoing connections (mConnLock).
     int takeConnection(const std::string& path, status_t* err, bool* reused);
