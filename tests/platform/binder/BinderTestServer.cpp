@@ -8,6 +8,7 @@
 #include <binder/ProcessState.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -23,13 +24,26 @@ namespace {
 using namespace android;
 using namespace vemo::test;
 
+std::atomic<int32_t> sLiveObjects{0};
+
 class EchoService : public BBinder {
   public:
+    explicit EchoService(bool counted = false) : mCounted(counted) {
+        if (mCounted) {
+            ++sLiveObjects;
+        }
+    }
+    ~EchoService() override {
+        if (mCounted) {
+            --sLiveObjects;
+        }
+    }
+
     const String16& getInterfaceDescriptor() const override { return mDescriptor; }
 
   protected:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
-        if (code < ECHO || code > MAX_CONCURRENT) {
+        if (code < ECHO || code > LIVE_OBJECTS) {
             return BBinder::onTransact(code, data, reply, flags);
         }
         if (!data.enforceInterface(mDescriptor)) {
@@ -93,6 +107,10 @@ class EchoService : public BBinder {
                 std::lock_guard<std::mutex> lock(mMutex);
                 return reply->writeInt32(mMaxInside);
             }
+            case NEW_OBJECT:
+                return reply->writeStrongBinder(new EchoService(true));
+            case LIVE_OBJECTS:
+                return reply->writeInt32(sLiveObjects.load());
             default:
                 return UNKNOWN_TRANSACTION;
         }
@@ -111,6 +129,7 @@ class EchoService : public BBinder {
         return reply->writeInt32(reached ? 1 : 0);
     }
 
+    const bool mCounted;
     const String16 mDescriptor{kEchoDescriptor};
     std::mutex mMutex;  // guards mRecords and the barrier counters
     std::condition_variable mCv;

@@ -34,6 +34,10 @@ enum EchoCode : uint32_t {
     FAIL_WITH = 10,
     // token -> int32 most calls seen inside at once
     MAX_CONCURRENT = 11,
+    // token -> a new (unpublished) echo object
+    NEW_OBJECT = 12,
+    // token -> int32 number of unpublished echo objects still alive
+    LIVE_OBJECTS = 13,
 };
 
 }  // namespace test

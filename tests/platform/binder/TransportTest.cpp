@@ -294,4 +294,49 @@ TEST_F(TransportTest, ConnectionsToAProcessCloseWithTheLastProxy) {
     EXPECT_EQ(openFds(), before + 1);
 }
 
+int32_t liveObjects(const sp<android::IBinder>& server) {
+    Parcel data;
+    data.writeInterfaceToken(String16(kEchoDescriptor));
+    Parcel reply;
+    return server->transact(LIVE_OBJECTS, data, &reply) == OK ? reply.readInt32() : -1;
+}
+
+// A proxy this process received and passed on stays usable by its new holder
+// after we drop ours, and the owner frees the object once every holder is done.
+TEST_F(TransportTest, ForwardedProxyKeepsTheObjectAliveForItsNewHolder) {
+    startServer();
+    ChildProcess second(BINDER_TEST_SERVER, {"vemo.test.second"},
+                        {{"VEMO_DEVICE_ROOT", root.root()}});
+    ASSERT_TRUE(second.waitForOutput("ready pid=", 20s)) << second.output();
+    const sp<android::IBinder> secondService =
+        android::defaultServiceManager()->checkService(String16("vemo.test.second"));
+    ASSERT_NE(secondService, nullptr);
+
+    auto data = request();
+    Parcel reply;
+    ASSERT_EQ(call(NEW_OBJECT, data.get(), &reply), OK);
+    sp<android::IBinder> object = reply.readStrongBinder();
+    ASSERT_NE(object, nullptr);
+    reply.freeData();
+    EXPECT_EQ(liveObjects(service), 1);
+
+    Parcel forward;
+    forward.writeInterfaceToken(String16(kEchoDescriptor));
+    forward.writeStrongBinder(object);
+    forward.writeInt32(300);
+    forward.writeInt32(1);
+    ASSERT_EQ(secondService->transact(CALL_ME_LATER, forward, &reply), OK);
+    forward.freeData();
+    object.clear();  // only the second server holds it now
+
+    // The object answers (it refuses the call's missing token) instead of being gone.
+    ASSERT_TRUE(second.waitForOutput("callback status ", 10s));
+    EXPECT_TRUE(second.waitForOutput("callback status -1\n", 1s)) << second.output();
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (liveObjects(service) != 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_EQ(liveObjects(service), 0);
+}
+
 }  // namespace

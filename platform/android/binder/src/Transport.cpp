@@ -111,6 +111,16 @@ void Transport::releaseNode(uint64_t nodeId, uint64_t count) {
     }
 }
 
+bool Transport::acquireNode(uint64_t nodeId, uint64_t count) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto it = mNodes.find(nodeId);
+    if (it == mNodes.end()) {
+        return false;
+    }
+    it->second.refs += count;
+    return true;
+}
+
 sp<IBinder> Transport::lookupNode(uint64_t nodeId) {
     std::lock_guard<std::mutex> lock(mLock);
     const auto it = mNodes.find(nodeId);
@@ -127,10 +137,46 @@ void Transport::holdNodes(const std::vector<uint64_t>& nodes) {
     }
 }
 
-void Transport::undoExports(const std::vector<uint64_t>& exported) {
-    for (const uint64_t node : exported) {
+void Transport::releaseNodes(const std::vector<uint64_t>& nodes) {
+    for (const uint64_t node : nodes) {
         releaseNode(node, 1);
     }
+}
+
+void Transport::undoExports(const Exports& exports) {
+    releaseNodes(exports.local);
+    for (const auto& remote : exports.remote) {
+        Frame frame;
+        frame.header.kind = FRAME_RELEASE;
+        frame.header.code = 1;
+        frame.header.target = remote.second;
+        sendOneWay(remote.first, encodeFrame(&frame));
+    }
+}
+
+status_t Transport::acquireRemote(const std::string& path, uint64_t node) {
+    Frame frame;
+    frame.header.kind = FRAME_ACQUIRE;
+    frame.header.code = 1;
+    frame.header.target = node;
+    const std::vector<uint8_t> bytes = encodeFrame(&frame);
+    status_t err = OK;
+    bool reused = false;
+    const int fd = takeConnection(path, &err, &reused);
+    if (fd < 0) {
+        return err;
+    }
+    err = sendAll(fd, bytes.data(), bytes.size());
+    Frame answer;
+    if (err == OK) {
+        err = readFrame(fd, &answer);
+    }
+    if (err != OK || answer.header.kind != FRAME_REPLY) {
+        close(fd);
+        return err != OK ? err : BAD_VALUE;
+    }
+    returnConnection(path, fd);
+    return answer.header.status;
 }
 
 sp<BpBinder> Transport::proxyFor(const std::string& path, uint64_t node, bool counted) {
@@ -234,8 +280,7 @@ void Transport::markPathDead(const std::string& path) {
     }
 }
 
-status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame,
-                                  std::vector<uint64_t>* exported) {
+status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports) {
     if (parcel.hasFileDescriptors()) {
         return FDS_NOT_ALLOWED;
     }
@@ -259,12 +304,12 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame,
                 reinterpret_cast<BBinder*>(static_cast<uintptr_t>(obj.cookie));
             const status_t err = ownPath(&ref.path);
             if (err != OK) {
-                undoExports(*exported);
+                undoExports(*exports);
                 return err;
             }
             ref.node = exportLocal(local, false);
             ref.flags = REF_COUNTED;
-            exported->push_back(ref.node);
+            exports->local.push_back(ref.node);
         } else if (obj.type == BINDER_TYPE_HANDLE) {
             bool known = false;
             {
@@ -278,11 +323,16 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame,
                 }
             }
             if (!known) {
-                undoExports(*exported);
+                undoExports(*exports);
                 return BAD_TYPE;
             }
+            // Forwarding: the receiver's reference must be counted by the owner.
+            if (acquireRemote(ref.path, ref.node) == OK) {
+                ref.flags = REF_COUNTED;
+                exports->remote.emplace_back(ref.path, ref.node);
+            }
         } else {
-            undoExports(*exported);
+            undoExports(*exports);
             return BAD_TYPE;
         }
         obj.type = BINDER_TYPE_HANDLE;
@@ -310,6 +360,9 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
             const sp<IBinder> local = lookupNode(ref.node);
             if (local == nullptr || local->localBinder() == nullptr) {
                 return BAD_VALUE;
+            }
+            if (ref.flags & REF_COUNTED) {
+                releaseNode(ref.node, 1);  // no proxy here will release it; `local` keeps it
             }
             BBinder* const bbinder = local->localBinder();
             obj.type = BINDER_TYPE_BINDER;
@@ -440,7 +493,7 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     frame.header.kind = FRAME_TRANSACTION;
     frame.header.code = code;
     frame.header.flags = flags | TF_ACCEPT_FDS;  // as the device's IPCThreadState sends it
-    std::vector<uint64_t> exported;
+    Exports exported;
     status_t err = parcelToFrame(data, &frame, &exported);
     if (err != OK) {
         return err;
@@ -448,12 +501,12 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     // The call holds its own reference to each object it sends until the
     // reply is read: the peer may release its reference before an echo of
     // the object comes back in the reply.
-    holdNodes(exported);
+    holdNodes(exported.local);
     struct HoldRelease {
         Transport* transport;
         const std::vector<uint64_t>& nodes;
-        ~HoldRelease() { transport->undoExports(nodes); }
-    } holdRelease{this, exported};
+        ~HoldRelease() { transport->releaseNodes(nodes); }
+    } holdRelease{this, exported.local};
     const std::vector<uint8_t> bytes = encodeFrame(&frame);
 
     int fd = -1;

@@ -29,11 +29,12 @@
 // only; a well-framed transaction whose object table is invalid is answered
 // with FAILED_TRANSACTION. At most kMaxConnections connections are served.
 //
-// Known limit: a reference that a process forwards (a proxy it received,
-// passed on to a third process) is not counted by its owner; the owner keeps
-// the object as long as the references it handed out itself are held (and,
-// for objects sent in a call, until that call's reply has been read). A call
-// on a forwarded reference whose object has gone gives DEAD_OBJECT.
+// A process that forwards a proxy (passes a reference it received on to
+// another process) first acquires one more reference from the object's owner
+// (a two-way ACQUIRE), which the new holder releases in turn; so the owner
+// keeps the object while any process holds a proxy to it. A call that sends
+// its own objects also holds them until its reply has been read, so an
+// object echoed back in the reply is still there.
 //
 // Thread-safety: everything is thread-safe; the locks below are never held
 // while user code (onTransact, destructors of binder objects) runs.
@@ -116,6 +117,7 @@ class Transport {
     status_t ownPath(std::string* path);
     uint64_t exportLocal(const sp<IBinder>& binder, bool pin);
     void releaseNode(uint64_t node, uint64_t count);
+    bool acquireNode(uint64_t node, uint64_t count);
     sp<IBinder> lookupNode(uint64_t node);
     bool isOwnPath(const std::string& path);
     sp<BpBinder> proxyFor(const std::string& path, uint64_t node, bool counted);
@@ -123,10 +125,18 @@ class Transport {
     void markHandleDead(int32_t handle);
 
     // Translation between parcels and frames.
-    status_t parcelToFrame(const Parcel& parcel, Frame* frame, std::vector<uint64_t>* exported);
+    // References a frame hands out: our nodes it counted, and other
+    // processes' nodes it acquired for the receiver (forwarded proxies).
+    struct Exports {
+        std::vector<uint64_t> local;
+        std::vector<std::pair<std::string, uint64_t>> remote;
+    };
+    status_t parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports);
     status_t frameToParcel(Frame* frame, Parcel* parcel);
-    void undoExports(const std::vector<uint64_t>& exported);
+    void undoExports(const Exports& exports);
     void holdNodes(const std::vector<uint64_t>& nodes);
+    void releaseNodes(const std::vector<uint64_t>& nodes);
+    status_t acquireRemote(const std::string& path, uint64_t node);
 
     // Outgoing connections (mConnLock).
     int takeConnection(const std::string& path, status_t* err, bool* reused);

@@ -210,6 +210,13 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
         releaseNode(h.target, h.code);
         return true;
     }
+    if (h.kind == FRAME_ACQUIRE) {
+        Frame answer;
+        answer.header.kind = FRAME_REPLY;
+        answer.header.status = acquireNode(h.target, h.code) ? OK : DEAD_OBJECT;
+        const std::vector<uint8_t> bytes = encodeFrame(&answer);
+        return sendAll(conn->fd, bytes.data(), bytes.size()) == OK;
+    }
     if (h.kind != FRAME_TRANSACTION) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "Unexpected frame kind %u from pid %d", h.kind,
                             static_cast<int>(conn->pid));
@@ -244,7 +251,7 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
     }
     Frame answer;
     answer.header.kind = FRAME_REPLY;
-    std::vector<uint64_t> exported;
+    Exports exported;
     if (status < 0) {
         answer.header.status = status;
     } else {

@@ -63,7 +63,8 @@ bool decodeHeader(const uint8_t in[kFrameHeaderSize], FrameHeader* h) {
     if (h->magic != kFrameMagic) {
         return false;
     }
-    if (h->kind != FRAME_TRANSACTION && h->kind != FRAME_REPLY && h->kind != FRAME_RELEASE) {
+    if (h->kind != FRAME_TRANSACTION && h->kind != FRAME_REPLY && h->kind != FRAME_RELEASE &&
+        h->kind != FRAME_ACQUIRE) {
         return false;
     }
     if (h->dataSize > Parcel::kMaxSize || h->objectCount > kMaxObjects ||

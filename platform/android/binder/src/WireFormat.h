@@ -12,7 +12,9 @@
 // kind TRANSACTION targets node `target` of the receiving process with
 // `code`/`flags`; REPLY answers it with `status` (a negative status carries
 // no data, as the device's status-code replies); RELEASE drops `code`
-// references the receiver holds for node `target` on the sender's behalf.
+// references the receiver holds for node `target` on the sender's behalf;
+// ACQUIRE adds `code` such references and is answered by a REPLY (status OK,
+// or DEAD_OBJECT when the node is gone).
 // All integers are little-endian host order, as parcels are.
 //
 // Inside the parcel bytes each object is a 24-byte flat_binder_object; on
@@ -44,6 +46,7 @@ enum FrameKind : uint32_t {
     FRAME_TRANSACTION = 1,
     FRAME_REPLY = 2,
     FRAME_RELEASE = 3,
+    FRAME_ACQUIRE = 4,
 };
 
 // The reference was counted by its owner and must be released by the receiver.
