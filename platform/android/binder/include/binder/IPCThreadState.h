@@ -41,6 +41,10 @@ class IPCThreadState {
     // transport around each incoming transaction).
     void setCallingIdentity(pid_t pid, uid_t uid);
 
+    // Flags of the transaction being served (FLAG_ONEWAY), read by enforceInterface.
+    uint32_t getLastTransactionBinderFlags() const;
+    void setLastTransactionBinderFlags(uint32_t flags);
+
   private:
     IPCThreadState();
     ~IPCThreadState();
@@ -50,6 +54,7 @@ class IPCThreadState {
     uid_t mCallingUid;
     int32_t mStrictModePolicy;
     status_t mLastError;
+    uint32_t mLastTransactionBinderFlags;
 };
 
 }  // namespace android

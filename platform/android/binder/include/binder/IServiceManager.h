@@ -7,7 +7,8 @@
 // naming the publishing process's socket and the object; a look-up reads it
 // and checks (with a ping) that the process is still there, so a service of a
 // process that died is reported absent. A name is 1 to 127 characters
-// without '/' and not "." or "..". Re-publishing a name replaces it.
+// without '/' and not starting with '.'. Re-publishing a name replaces it.
+// Registry entry: "binder-service 1", socket path, node, dump flags, one per line.
 // The service manager reads the device root on every call. Thread-safe.
 
 #include <binder/IInterface.h>
@@ -33,7 +34,9 @@ class IServiceManager : public IInterface {
     virtual sp<IBinder> getService(const String16& name) const = 0;
     // The service, or nullptr when the name is not published (or its process died).
     virtual sp<IBinder> checkService(const String16& name) const = 0;
-    // OK, BAD_VALUE for a bad name or null service, or the transport's error.
+    // OK; PERMISSION_DENIED for a bad name or a null service (as the device's
+    // service manager refuses them); INVALID_OPERATION for a proxy (only
+    // objects of this process can be published on this host).
     virtual status_t addService(const String16& name, const sp<IBinder>& service,
                                 bool allowIsolated = false,
                                 int dumpsysFlags = DUMP_FLAG_PRIORITY_DEFAULT) = 0;

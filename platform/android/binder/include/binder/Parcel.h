@@ -9,8 +9,9 @@
 // Reads never go past dataSize(): a short read returns NOT_ENOUGH_DATA (or a
 // null/zero value for the by-value forms) and leaves the parcel intact; a
 // plain-data read overlapping a recorded binder object fails with
-// PERMISSION_DENIED. Write failures (out of memory, parcel larger than
-// kMaxSize) set errorCheck().
+// PERMISSION_DENIED. Write failures (out of memory, sizes beyond INT32_MAX)
+// set errorCheck(). A parcel holding binder objects keeps a strong reference
+// to each until its data is freed, as on the device.
 //
 // A Parcel is a value owned by one thread at a time; not thread-safe.
 //
@@ -45,8 +46,9 @@ typedef uint64_t binder_size_t;
 
 class Parcel {
   public:
-    // Largest parcel (data bytes) this host accepts, as the device's 1 MB
-    // binder buffer bounds a transaction.
+    // Largest parcel (data bytes) that may cross processes on this host, as
+    // the device's 1 MB binder buffer bounds a transaction. Larger parcels
+    // are fine within a process; sending one fails with FAILED_TRANSACTION.
     static constexpr size_t kMaxSize = 1024 * 1024;
 
     Parcel();
@@ -208,9 +210,7 @@ class Parcel {
     status_t writeObject(const void* flat, size_t size, bool nullMetaData);
     const void* readObject(bool nullMetaData) const;
     status_t unflattenBinder(sp<IBinder>* out) const;
-    // Replaces data and objects (used by the transport for received parcels).
-    status_t setIpcData(const uint8_t* data, size_t size,
-                        const std::vector<binder_size_t>& objects);
+    void recordObject(size_t offset);
 
     std::vector<uint8_t> mData;  // size() is the capacity
     size_t mDataSize;
@@ -220,7 +220,8 @@ class Parcel {
     status_t mError;
     bool mAllowFds;
     bool mHasFds;
-    std::vector<int> mOwnedFds;  // closed when the parcel's data is freed
+    std::vector<int> mOwnedFds;            // closed when the parcel's data is freed
+    std::vector<sp<IBinder>> mBinderRefs;  // keeps the objects written here alive
 };
 
 template <typename T>

@@ -1,0 +1,508 @@
+#include "Transport.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <random>
+
+#include <android/log.h>
+#include <binder/IPCThreadState.h>
+#include <platform/DeviceRoot.h>
+
+#include "FlatBinderObject.h"
+
+namespace android {
+namespace hostbinder {
+
+namespace {
+
+constexpr const char* kTag = "HostBinder";
+
+flat_binder_object readFlat(const uint8_t* p) {
+    flat_binder_object obj;
+    memcpy(&obj, p, sizeof obj);
+    return obj;
+}
+
+void writeFlat(uint8_t* p, const flat_binder_object& obj) {
+    memcpy(p, &obj, sizeof obj);
+}
+
+}  // namespace
+
+Transport& Transport::instance() {
+    static Transport* const sInstance = new Transport();
+    return *sInstance;
+}
+
+Transport::Transport() {
+    std::random_device rd;
+    char tag[32];
+    snprintf(tag, sizeof tag, "%d-%08x", static_cast<int>(getpid()), rd());
+    mInstanceTag = tag;
+}
+
+status_t Transport::ownPath(std::string* path) {
+    const std::string root = vemo::platform::deviceRoot();
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        for (const auto& ep : mEndpoints) {
+            if (ep.root == root) {
+                *path = ep.path;
+                return OK;
+            }
+        }
+    }
+    Endpoint ep;
+    const status_t err = createEndpoint(root, &ep);
+    if (err != OK) {
+        return err;
+    }
+    *path = ep.path;
+    return OK;
+}
+
+bool Transport::isOwnPath(const std::string& path) {
+    std::lock_guard<std::mutex> lock(mLock);
+    for (const auto& ep : mEndpoints) {
+        if (ep.path == path) {
+            return true;
+        }
+    }
+    return false;
+}
+
+uint64_t Transport::exportLocal(const sp<IBinder>& binder, bool pin) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto it = mNodeByBinder.find(binder.get());
+    if (it != mNodeByBinder.end()) {
+        Node& node = mNodes[it->second];
+        ++node.refs;
+        node.pinned = node.pinned || pin;
+        return it->second;
+    }
+    const uint64_t id = mNextNode++;
+    Node& node = mNodes[id];
+    node.binder = binder;
+    node.refs = 1;
+    node.pinned = pin;
+    mNodeByBinder[binder.get()] = id;
+    return id;
+}
+
+void Transport::releaseNode(uint64_t nodeId, uint64_t count) {
+    sp<IBinder> dropped;  // released after the lock: its destructor may call back
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        const auto it = mNodes.find(nodeId);
+        if (it == mNodes.end()) {
+            return;
+        }
+        Node& node = it->second;
+        node.refs = count >= node.refs ? 0 : node.refs - count;
+        if (node.refs == 0 && !node.pinned) {
+            dropped = node.binder;
+            mNodeByBinder.erase(node.binder.get());
+            mNodes.erase(it);
+        }
+    }
+}
+
+sp<IBinder> Transport::lookupNode(uint64_t nodeId) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto it = mNodes.find(nodeId);
+    return it == mNodes.end() ? nullptr : it->second.binder;
+}
+
+void Transport::undoExports(const std::vector<uint64_t>& exported) {
+    for (const uint64_t node : exported) {
+        releaseNode(node, 1);
+    }
+}
+
+sp<BpBinder> Transport::proxyFor(const std::string& path, uint64_t node, bool counted) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto key = std::make_pair(path, node);
+    const auto it = mHandleByRef.find(key);
+    if (it != mHandleByRef.end()) {
+        HandleEntry& entry = mHandles[it->second];
+        sp<BpBinder> proxy = entry.proxy.promote();
+        if (proxy != nullptr) {
+            entry.counted += counted ? 1 : 0;
+            return proxy;
+        }
+        // That proxy is being destroyed; a fresh one gets a new handle.
+    }
+    const int32_t handle = mNextHandle++;
+    sp<BpBinder> proxy = new BpBinder(handle);
+    HandleEntry& entry = mHandles[handle];
+    entry.proxy = proxy;
+    entry.path = path;
+    entry.node = node;
+    entry.counted = counted ? 1 : 0;
+    mHandleByRef[key] = handle;
+    return proxy;
+}
+
+sp<IBinder> Transport::proxyForHandle(int32_t handle) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto it = mHandles.find(handle);
+    if (it == mHandles.end()) {
+        return nullptr;
+    }
+    return it->second.proxy.promote();
+}
+
+void Transport::proxyDestroyed(int32_t handle) {
+    std::string path;
+    uint64_t node = 0;
+    uint32_t counted = 0;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        const auto it = mHandles.find(handle);
+        if (it == mHandles.end()) {
+            return;
+        }
+        path = it->second.path;
+        node = it->second.node;
+        counted = it->second.counted;
+        const auto key = std::make_pair(path, node);
+        const auto byRef = mHandleByRef.find(key);
+        if (byRef != mHandleByRef.end() && byRef->second == handle) {
+            mHandleByRef.erase(byRef);
+        }
+        mHandles.erase(it);
+    }
+    if (counted > 0) {
+        Frame frame;
+        frame.header.kind = FRAME_RELEASE;
+        frame.header.code = counted;
+        frame.header.target = node;
+        sendOneWay(path, encodeFrame(&frame));  // a dead owner needs no release
+    }
+}
+
+void Transport::markHandleDead(int32_t handle) {
+    const sp<IBinder> proxy = proxyForHandle(handle);
+    if (proxy != nullptr && proxy->remoteBinder() != nullptr) {
+        proxy->remoteBinder()->sendObituary();
+    }
+}
+
+void Transport::markPathDead(const std::string& path) {
+    std::vector<sp<BpBinder>> proxies;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        for (auto& kv : mHandles) {
+            if (kv.second.path == path) {
+                sp<BpBinder> proxy = kv.second.proxy.promote();
+                if (proxy != nullptr) {
+                    proxies.push_back(proxy);
+                }
+            }
+        }
+        mWatchedPaths.erase(path);
+    }
+    dropIdleConnections(path);
+    for (const auto& proxy : proxies) {
+        proxy->sendObituary();
+    }
+}
+
+status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame,
+                                  std::vector<uint64_t>* exported) {
+    if (parcel.hasFileDescriptors()) {
+        return FDS_NOT_ALLOWED;
+    }
+    if (parcel.dataSize() > Parcel::kMaxSize || parcel.mObjects.size() > kMaxObjects) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Parcel of %zu bytes and %zu objects is too large to send",
+                            parcel.dataSize(), parcel.mObjects.size());
+        return FAILED_TRANSACTION;
+    }
+    frame->data.assign(parcel.data(), parcel.data() + parcel.mDataSize);
+    frame->offsets.clear();
+    frame->refs.clear();
+    for (const binder_size_t off : parcel.mObjects) {
+        if (off + sizeof(flat_binder_object) > frame->data.size()) {
+            continue;  // truncated away by setDataSize
+        }
+        flat_binder_object obj = readFlat(frame->data.data() + off);
+        ObjectRef ref;
+        if (obj.type == BINDER_TYPE_BINDER) {
+            const sp<IBinder> local =
+                reinterpret_cast<BBinder*>(static_cast<uintptr_t>(obj.cookie));
+            const status_t err = ownPath(&ref.path);
+            if (err != OK) {
+                undoExports(*exported);
+                return err;
+            }
+            ref.node = exportLocal(local, false);
+            ref.flags = REF_COUNTED;
+            exported->push_back(ref.node);
+        } else if (obj.type == BINDER_TYPE_HANDLE) {
+            bool known = false;
+            {
+                std::lock_guard<std::mutex> lock(mLock);
+                const auto it = mHandles.find(static_cast<int32_t>(obj.handle));
+                if (it != mHandles.end()) {
+                    known = true;
+                    ref.path = it->second.path;
+                    ref.node = it->second.node;
+                    ref.flags = 0;
+                }
+            }
+            if (!known) {
+                undoExports(*exported);
+                return BAD_TYPE;
+            }
+        } else {
+            undoExports(*exported);
+            return BAD_TYPE;
+        }
+        obj.type = BINDER_TYPE_HANDLE;
+        obj.binder = 0;
+        obj.handle = static_cast<uint32_t>(frame->refs.size());
+        obj.cookie = 0;
+        writeFlat(frame->data.data() + off, obj);
+        frame->offsets.push_back(static_cast<uint32_t>(off));
+        frame->refs.push_back(std::move(ref));
+    }
+    return OK;
+}
+
+status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
+    parcel->freeData();
+    std::vector<sp<IBinder>> refs;
+    for (size_t i = 0; i < frame->offsets.size(); ++i) {
+        uint8_t* const p = frame->data.data() + frame->offsets[i];
+        flat_binder_object obj = readFlat(p);
+        if (obj.type != BINDER_TYPE_HANDLE || obj.handle != i) {
+            return BAD_VALUE;
+        }
+        const ObjectRef& ref = frame->refs[i];
+        if (isOwnPath(ref.path)) {
+            const sp<IBinder> local = lookupNode(ref.node);
+            if (local == nullptr || local->localBinder() == nullptr) {
+                return BAD_VALUE;
+            }
+            BBinder* const bbinder = local->localBinder();
+            obj.type = BINDER_TYPE_BINDER;
+            obj.binder = reinterpret_cast<uintptr_t>(bbinder->getWeakRefs());
+            obj.cookie = reinterpret_cast<uintptr_t>(bbinder);
+            refs.push_back(local);
+        } else {
+            const sp<BpBinder> proxy = proxyFor(ref.path, ref.node, (ref.flags & REF_COUNTED) != 0);
+            obj.type = BINDER_TYPE_HANDLE;
+            obj.binder = 0;
+            obj.handle = static_cast<uint32_t>(proxy->handle());
+            obj.cookie = 0;
+            refs.push_back(proxy);
+        }
+        writeFlat(p, obj);
+    }
+    parcel->mData.swap(frame->data);
+    parcel->mDataSize = parcel->mData.size();
+    parcel->mDataPos = 0;
+    parcel->mObjects.assign(frame->offsets.begin(), frame->offsets.end());
+    parcel->mBinderRefs.swap(refs);
+    return OK;
+}
+
+int Transport::takeConnection(const std::string& path, status_t* err, bool* reused) {
+    {
+        std::lock_guard<std::mutex> lock(mConnLock);
+        auto it = mIdle.find(path);
+        if (it != mIdle.end() && !it->second.empty()) {
+            const int fd = it->second.back();
+            it->second.pop_back();
+            *reused = true;
+            return fd;
+        }
+    }
+    *reused = false;
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    if (path.size() > kMaxPathLength) {
+        *err = BAD_VALUE;
+        return -1;
+    }
+    memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        *err = NO_MEMORY;
+        return -1;
+    }
+    // The send timeout also bounds connect() on a UNIX socket with a full backlog.
+    setSocketTimeouts(fd, kIoTimeoutMs, 0);
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
+        const int e = errno;
+        close(fd);
+        if (e == ECONNREFUSED || e == ENOENT || e == ENOTDIR) {
+            *err = DEAD_OBJECT;
+        } else if (e == EAGAIN || e == EINPROGRESS || e == ETIMEDOUT) {
+            *err = TIMED_OUT;
+        } else {
+            *err = UNKNOWN_ERROR;
+        }
+        return -1;
+    }
+    return fd;
+}
+
+void Transport::returnConnection(const std::string& path, int fd) {
+    {
+        std::lock_guard<std::mutex> lock(mConnLock);
+        auto& idle = mIdle[path];
+        if (idle.size() < kMaxIdleConnectionsPerPeer) {
+            idle.push_back(fd);
+            return;
+        }
+    }
+    close(fd);
+}
+
+void Transport::dropIdleConnections(const std::string& path) {
+    std::vector<int> fds;
+    {
+        std::lock_guard<std::mutex> lock(mConnLock);
+        auto it = mIdle.find(path);
+        if (it != mIdle.end()) {
+            fds.swap(it->second);
+            mIdle.erase(it);
+        }
+    }
+    for (const int fd : fds) {
+        close(fd);
+    }
+}
+
+status_t Transport::sendOneWay(const std::string& path, const std::vector<uint8_t>& bytes) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        status_t err = OK;
+        bool reused = false;
+        const int fd = takeConnection(path, &err, &reused);
+        if (fd < 0) {
+            return err;
+        }
+        err = sendAll(fd, bytes.data(), bytes.size());
+        if (err == OK) {
+            returnConnection(path, fd);
+            return OK;
+        }
+        close(fd);
+        // An idle connection the peer has since closed: try a fresh one once.
+        if (!(reused && err == DEAD_OBJECT)) {
+            return err;
+        }
+    }
+    return DEAD_OBJECT;
+}
+
+status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                             uint32_t flags) {
+    std::string path;
+    Frame frame;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        const auto it = mHandles.find(handle);
+        if (it == mHandles.end()) {
+            return DEAD_OBJECT;
+        }
+        path = it->second.path;
+        frame.header.target = it->second.node;
+    }
+    frame.header.kind = FRAME_TRANSACTION;
+    frame.header.code = code;
+    frame.header.flags = flags;
+    std::vector<uint64_t> exported;
+    status_t err = parcelToFrame(data, &frame, &exported);
+    if (err != OK) {
+        return err;
+    }
+    const std::vector<uint8_t> bytes = encodeFrame(&frame);
+
+    int fd = -1;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        bool reused = false;
+        fd = takeConnection(path, &err, &reused);
+        if (fd < 0) {
+            break;
+        }
+        err = sendAll(fd, bytes.data(), bytes.size());
+        if (err == OK) {
+            break;
+        }
+        close(fd);
+        fd = -1;
+        if (!(reused && err == DEAD_OBJECT)) {
+            break;
+        }
+    }
+    if (fd < 0) {
+        undoExports(exported);
+        if (err == DEAD_OBJECT) {
+            markPathDead(path);
+        }
+        return err;
+    }
+    if (flags & IBinder::FLAG_ONEWAY) {
+        returnConnection(path, fd);
+        return OK;
+    }
+
+    Frame answer;
+    err = readFrame(fd, &answer);
+    if (err == OK && answer.header.kind != FRAME_REPLY) {
+        err = BAD_VALUE;
+    }
+    if (err != OK) {
+        close(fd);
+        if (err == DEAD_OBJECT) {
+            markPathDead(path);
+            return DEAD_OBJECT;
+        }
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Bad reply from %s (error %d)", path.c_str(),
+                            err);
+        return FAILED_TRANSACTION;
+    }
+    returnConnection(path, fd);
+    if (answer.header.status < 0) {
+        if (answer.header.status == DEAD_OBJECT) {
+            markHandleDead(handle);  // the process lives, the object is gone
+        }
+        return answer.header.status;
+    }
+    if (reply != nullptr) {
+        if (frameToParcel(&answer, reply) != OK) {
+            reply->freeData();
+            return FAILED_TRANSACTION;
+        }
+    }
+    return OK;
+}
+
+status_t Transport::publish(const sp<IBinder>& local, std::string* path, uint64_t* node) {
+    if (local == nullptr || local->localBinder() == nullptr) {
+        return INVALID_OPERATION;
+    }
+    const status_t err = ownPath(path);
+    if (err != OK) {
+        return err;
+    }
+    *node = exportLocal(local, true);
+    return OK;
+}
+
+sp<IBinder> Transport::resolve(const std::string& path, uint64_t node) {
+    if (isOwnPath(path)) {
+        return lookupNode(node);
+    }
+    return proxyFor(path, node, false);
+}
+
+}  // namespace hostbinder
+}  // namespace android

@@ -1,0 +1,177 @@
+#pragma once
+// The process's binder transport on a Linux host: the kernel driver's job,
+// done over UNIX stream sockets (frames in WireFormat.h).
+//
+// Exporting: a local object that leaves the process in a parcel becomes a
+// node (a number) of this process's endpoint, a listening socket under
+// <root>/dev/socket/binder/<pid>-<random> (one per device root the process
+// used). The node keeps the object alive while other processes hold counted
+// references to it (they send RELEASE when their proxy goes) or, for a
+// published service, for good.
+//
+// Importing: a reference from another process becomes a BpBinder with a
+// process-local handle; a reference to one of our own nodes comes back as
+// the local object itself, as the driver does.
+//
+// Calling: a two-way call takes an idle connection to the peer (or opens
+// one), sends the frame and waits for the reply: as long as the handler
+// takes, but never past the peer's death (end of stream gives DEAD_OBJECT
+// and the proxies of that process die). Sends and connects are bounded
+// (kIoTimeoutMs). One-way calls return once sent; calls sent one after the
+// other on one connection are served in order.
+//
+// Serving: one looper thread waits (epoll) on the endpoints and accepted
+// connections; a readable connection is handed to the pool, whose threads
+// (spawned on demand up to the maximum, plus threads that joined) read one
+// frame, run the transaction and answer. A connection is served by one
+// thread at a time. A bad frame (wrong magic or kind, sizes beyond bounds,
+// end of stream or a stall of kIoTimeoutMs mid-frame) drops that connection
+// only; a well-framed transaction whose object table is invalid is answered
+// with FAILED_TRANSACTION. At most kMaxConnections connections are served.
+//
+// Known limit: a reference that a process forwards (a proxy it received,
+// passed on to a third process) is not counted by its owner; the owner keeps
+// the object as long as the references it handed out itself are held.
+//
+// Thread-safety: everything is thread-safe; the locks below are never held
+// while user code (onTransact, destructors of binder objects) runs.
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <binder/BpBinder.h>
+#include <binder/Parcel.h>
+
+#include "WireFormat.h"
+
+namespace android {
+namespace hostbinder {
+
+class Transport {
+  public:
+    static constexpr int kIoTimeoutMs = 5000;
+    static constexpr size_t kMaxConnections = 512;
+    static constexpr size_t kDefaultMaxThreads = 15;
+    static constexpr size_t kMaxIdleConnectionsPerPeer = 8;
+
+    // The process's transport, created on first use and never destroyed
+    // (pool threads may still run while the process exits).
+    static Transport& instance();
+
+    // Client side.
+    status_t transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                      uint32_t flags);
+    sp<IBinder> proxyForHandle(int32_t handle);
+    void proxyDestroyed(int32_t handle);
+    // Starts watching the proxy's process; DEAD_OBJECT if it is already gone.
+    status_t watchDeath(int32_t handle);
+
+    // Service manager side. publish pins the object for the life of the process.
+    status_t publish(const sp<IBinder>& local, std::string* path, uint64_t* node);
+    // The object named by (path, node): ours, a proxy, or nullptr when it is
+    // one of our paths but the node is unknown.
+    sp<IBinder> resolve(const std::string& path, uint64_t node);
+
+    // Pool.
+    void startThreadPool();
+    void setMaxThreads(size_t maxThreads);
+    size_t maxThreads() const;
+    void joinThreadPool();
+    void spawnPooledThread();
+
+  private:
+    Transport();
+    ~Transport() = delete;
+
+    struct Node {
+        sp<IBinder> binder;
+        uint64_t refs = 0;
+        bool pinned = false;
+    };
+    struct HandleEntry {
+        wp<BpBinder> proxy;
+        std::string path;
+        uint64_t node = 0;
+        uint32_t counted = 0;  // counted references received, released on destruction
+    };
+    struct Endpoint {
+        std::string root;
+        std::string path;
+        int fd = -1;
+    };
+    struct Watch;  // an fd the looper waits on (TransportServer.cpp)
+
+    // Exports and imports (mLock).
+    status_t ownPath(std::string* path);
+    uint64_t exportLocal(const sp<IBinder>& binder, bool pin);
+    void releaseNode(uint64_t node, uint64_t count);
+    sp<IBinder> lookupNode(uint64_t node);
+    bool isOwnPath(const std::string& path);
+    sp<BpBinder> proxyFor(const std::string& path, uint64_t node, bool counted);
+    void markPathDead(const std::string& path);
+    void markHandleDead(int32_t handle);
+
+    // Translation between parcels and frames.
+    status_t parcelToFrame(const Parcel& parcel, Frame* frame, std::vector<uint64_t>* exported);
+    status_t frameToParcel(Frame* frame, Parcel* parcel);
+    void undoExports(const std::vector<uint64_t>& exported);
+
+    // Outgoing connections (mConnLock).
+    int takeConnection(const std::string& path, status_t* err, bool* reused);
+    void returnConnection(const std::string& path, int fd);
+    void dropIdleConnections(const std::string& path);
+    status_t sendOneWay(const std::string& path, const std::vector<uint8_t>& bytes);
+
+    // Serving (TransportServer.cpp).
+    status_t createEndpoint(const std::string& root, Endpoint* ep);
+    void ensureLooper();
+    void looperLoop();
+    void addWatch(Watch* w, bool oneShot);
+    void rearm(Watch* w);
+    void closeWatch(Watch* w);
+    void acceptAll(Watch* listener);
+    void serveConnection(Watch* conn);
+    bool serveFrame(Watch* conn, Frame* frame);
+    void enqueue(std::function<void()> work);
+    void workerLoop(bool spawned);
+
+    mutable std::mutex mLock;  // guards mNodes, mNodeByBinder, mNextNode, mHandles,
+                               // mHandleByRef, mNextHandle, mEndpoints, mWatchedPaths
+    std::map<uint64_t, Node> mNodes;
+    std::map<const IBinder*, uint64_t> mNodeByBinder;
+    uint64_t mNextNode = 1;
+    std::map<int32_t, HandleEntry> mHandles;
+    std::map<std::pair<std::string, uint64_t>, int32_t> mHandleByRef;
+    int32_t mNextHandle = 1;  // handle 0 would be plain data in a parcel
+    std::vector<Endpoint> mEndpoints;
+    std::map<std::string, bool> mWatchedPaths;
+    std::string mInstanceTag;
+
+    std::mutex mConnLock;  // guards mIdle
+    std::map<std::string, std::vector<int>> mIdle;
+
+    mutable std::mutex mPoolLock;  // guards mWork and the counters and flags below
+    std::condition_variable mWorkCv;
+    std::deque<std::function<void()>> mWork;
+    size_t mMaxThreads = kDefaultMaxThreads;
+    size_t mSpawned = 0;
+    size_t mIdleThreads = 0;
+    size_t mConnections = 0;
+    bool mLooperStarted = false;
+    bool mPoolStarted = false;
+    size_t mThreadNumber = 0;
+    std::atomic<int> mEpollFd{-1};
+
+    std::mutex mEndpointCreateLock;  // serialises creating endpoints (held across bind)
+};
+
+}  // namespace hostbinder
+}  // namespace android

@@ -1,0 +1,387 @@
+// The serving half of the transport: endpoints, the looper and the pool.
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <thread>
+
+#include <android/log.h>
+#include <binder/IPCThreadState.h>
+#include <platform/DeviceRoot.h>
+
+#include "Transport.h"
+
+namespace android {
+namespace hostbinder {
+
+namespace {
+constexpr const char* kTag = "HostBinder";
+}
+
+struct Transport::Watch {
+    enum Type { LISTENER, CONNECTION, DEATH };
+    Type type = CONNECTION;
+    int fd = -1;
+    pid_t pid = 0;
+    uid_t uid = 0;
+    std::string path;  // DEATH: the watched process's endpoint
+};
+
+status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
+    std::lock_guard<std::mutex> createLock(mEndpointCreateLock);
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        for (const auto& existing : mEndpoints) {
+            if (existing.root == root) {
+                *ep = existing;
+                return OK;
+            }
+        }
+    }
+    const std::string dir = vemo::platform::devicePath("/dev/socket/binder");
+    const std::string path = dir + "/" + mInstanceTag;
+    if (path.size() > kMaxPathLength) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Socket path too long: %s", path.c_str());
+        return BAD_VALUE;
+    }
+    if (!vemo::platform::makeParentDirectories(path)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot create %s", dir.c_str());
+        return NO_INIT;
+    }
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
+        return NO_MEMORY;
+    }
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+    unlink(path.c_str());
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0 ||
+        listen(fd, 128) != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot listen on %s: %s", path.c_str(),
+                            strerror(errno));
+        close(fd);
+        return NO_INIT;
+    }
+    ensureLooper();
+    auto* const w = new Watch();
+    w->type = Watch::LISTENER;
+    w->fd = fd;
+    addWatch(w, false);
+    ep->root = root;
+    ep->path = path;
+    ep->fd = fd;
+    std::lock_guard<std::mutex> lock(mLock);
+    mEndpoints.push_back(*ep);
+    return OK;
+}
+
+void Transport::ensureLooper() {
+    std::lock_guard<std::mutex> lock(mPoolLock);
+    if (mLooperStarted) {
+        return;
+    }
+    mEpollFd = epoll_create1(EPOLL_CLOEXEC);
+    mLooperStarted = true;
+    std::thread([this] { looperLoop(); }).detach();
+}
+
+void Transport::addWatch(Watch* w, bool oneShot) {
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLRDHUP | (oneShot ? EPOLLONESHOT : 0u);
+    ev.data.ptr = w;
+    epoll_ctl(mEpollFd, EPOLL_CTL_ADD, w->fd, &ev);
+}
+
+void Transport::rearm(Watch* w) {
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+    ev.data.ptr = w;
+    epoll_ctl(mEpollFd, EPOLL_CTL_MOD, w->fd, &ev);
+}
+
+void Transport::closeWatch(Watch* w) {
+    epoll_ctl(mEpollFd, EPOLL_CTL_DEL, w->fd, nullptr);
+    close(w->fd);
+    if (w->type == Watch::CONNECTION) {
+        std::lock_guard<std::mutex> lock(mPoolLock);
+        --mConnections;
+    }
+    delete w;
+}
+
+void Transport::looperLoop() {
+    pthread_setname_np(pthread_self(), "binder:looper");
+    epoll_event events[32];
+    for (;;) {
+        const int n = epoll_wait(mEpollFd, events, 32, -1);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "epoll_wait failed: %s", strerror(errno));
+            return;
+        }
+        for (int i = 0; i < n; ++i) {
+            auto* const w = static_cast<Watch*>(events[i].data.ptr);
+            switch (w->type) {
+                case Watch::LISTENER:
+                    acceptAll(w);
+                    break;
+                case Watch::CONNECTION:
+                    enqueue([this, w] { serveConnection(w); });
+                    break;
+                case Watch::DEATH:
+                    enqueue([this, w] {
+                        markPathDead(w->path);
+                        closeWatch(w);
+                    });
+                    break;
+            }
+        }
+    }
+}
+
+void Transport::acceptAll(Watch* listener) {
+    for (;;) {
+        const int fd = accept4(listener->fd, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) {
+            if (errno == EINTR || errno == ECONNABORTED) {
+                continue;
+            }
+            return;  // EAGAIN: drained (or out of descriptors: retried on the next wake)
+        }
+        {
+            std::lock_guard<std::mutex> lock(mPoolLock);
+            if (mConnections >= kMaxConnections) {
+                close(fd);
+                __android_log_print(ANDROID_LOG_WARN, kTag, "Too many connections, refusing one");
+                continue;
+            }
+            ++mConnections;
+        }
+        auto* const w = new Watch();
+        w->type = Watch::CONNECTION;
+        w->fd = fd;
+        ucred cred{};
+        socklen_t len = sizeof cred;
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) {
+            w->pid = cred.pid;
+            w->uid = cred.uid;
+        }
+        setSocketTimeouts(fd, kIoTimeoutMs, kIoTimeoutMs);
+        addWatch(w, true);
+    }
+}
+
+void Transport::serveConnection(Watch* conn) {
+    Frame frame;
+    const status_t err = readFrame(conn->fd, &frame);
+    if (err != OK) {
+        if (err != DEAD_OBJECT) {
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "Dropping connection from pid %d: bad frame (error %d)",
+                                static_cast<int>(conn->pid), err);
+        }
+        closeWatch(conn);
+        return;
+    }
+    if (!serveFrame(conn, &frame)) {
+        closeWatch(conn);
+        return;
+    }
+    rearm(conn);
+}
+
+bool Transport::serveFrame(Watch* conn, Frame* frame) {
+    const FrameHeader& h = frame->header;
+    if (h.kind == FRAME_RELEASE) {
+        releaseNode(h.target, h.code);
+        return true;
+    }
+    if (h.kind != FRAME_TRANSACTION) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Unexpected frame kind %u from pid %d", h.kind,
+                            static_cast<int>(conn->pid));
+        return false;
+    }
+    const bool oneWay = (h.flags & IBinder::FLAG_ONEWAY) != 0;
+    status_t status;
+    Parcel reply;
+    {
+        Parcel data;
+        const sp<IBinder> target = lookupNode(h.target);
+        if (target == nullptr) {
+            status = DEAD_OBJECT;
+        } else if (frameToParcel(frame, &data) != OK) {
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "Invalid object table in a transaction from pid %d",
+                                static_cast<int>(conn->pid));
+            status = FAILED_TRANSACTION;
+        } else {
+            IPCThreadState* const self = IPCThreadState::self();
+            const int64_t savedIdentity = self->clearCallingIdentity();
+            const uint32_t savedFlags = self->getLastTransactionBinderFlags();
+            self->setCallingIdentity(conn->pid, conn->uid);
+            self->setLastTransactionBinderFlags(h.flags);
+            status = target->transact(h.code, data, &reply, h.flags);
+            self->setLastTransactionBinderFlags(savedFlags);
+            self->restoreCallingIdentity(savedIdentity);
+        }
+    }
+    if (oneWay) {
+        return true;
+    }
+    Frame answer;
+    answer.header.kind = FRAME_REPLY;
+    std::vector<uint64_t> exported;
+    if (status < 0) {
+        answer.header.status = status;
+    } else {
+        const status_t err = parcelToFrame(reply, &answer, &exported);
+        if (err != OK) {
+            answer = Frame();
+            answer.header.kind = FRAME_REPLY;
+            answer.header.status = err;
+        }
+    }
+    const std::vector<uint8_t> bytes = encodeFrame(&answer);
+    if (sendAll(conn->fd, bytes.data(), bytes.size()) != OK) {
+        undoExports(exported);
+        return false;
+    }
+    return true;
+}
+
+void Transport::enqueue(std::function<void()> work) {
+    bool spawn = false;
+    {
+        std::lock_guard<std::mutex> lock(mPoolLock);
+        mWork.push_back(std::move(work));
+        const size_t limit = mMaxThreads > 0 ? mMaxThreads : 1;
+        // More work than idle threads: grow the pool, so a call that waits on
+        // a nested call into this process never waits for itself.
+        if (mWork.size() > mIdleThreads && mSpawned < limit) {
+            ++mSpawned;
+            spawn = true;
+        }
+    }
+    mWorkCv.notify_one();
+    if (spawn) {
+        std::thread([this] { workerLoop(true); }).detach();
+    }
+}
+
+void Transport::workerLoop(bool spawned) {
+    if (spawned) {
+        size_t number;
+        {
+            std::lock_guard<std::mutex> lock(mPoolLock);
+            number = ++mThreadNumber;
+        }
+        char name[16];
+        snprintf(name, sizeof name, "binder:%d_%zX", static_cast<int>(getpid()) % 100000, number);
+        pthread_setname_np(pthread_self(), name);
+    }
+    std::unique_lock<std::mutex> lock(mPoolLock);
+    for (;;) {
+        while (mWork.empty()) {
+            ++mIdleThreads;
+            mWorkCv.wait(lock);
+            --mIdleThreads;
+        }
+        std::function<void()> work = std::move(mWork.front());
+        mWork.pop_front();
+        lock.unlock();
+        work();
+        work = nullptr;  // captured references go before the lock is retaken
+        lock.lock();
+    }
+}
+
+void Transport::startThreadPool() {
+    ensureLooper();
+    bool spawn = false;
+    {
+        std::lock_guard<std::mutex> lock(mPoolLock);
+        if (!mPoolStarted) {
+            mPoolStarted = true;
+            if (mSpawned == 0) {
+                ++mSpawned;
+                spawn = true;
+            }
+        }
+    }
+    if (spawn) {
+        std::thread([this] { workerLoop(true); }).detach();
+    }
+}
+
+void Transport::spawnPooledThread() {
+    ensureLooper();
+    {
+        std::lock_guard<std::mutex> lock(mPoolLock);
+        ++mSpawned;
+    }
+    std::thread([this] { workerLoop(true); }).detach();
+}
+
+void Transport::setMaxThreads(size_t maxThreads) {
+    std::lock_guard<std::mutex> lock(mPoolLock);
+    mMaxThreads = maxThreads;
+}
+
+size_t Transport::maxThreads() const {
+    std::lock_guard<std::mutex> lock(mPoolLock);
+    return mMaxThreads;
+}
+
+void Transport::joinThreadPool() {
+    ensureLooper();
+    workerLoop(false);
+}
+
+status_t Transport::watchDeath(int32_t handle) {
+    std::string path;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        const auto it = mHandles.find(handle);
+        if (it == mHandles.end()) {
+            return DEAD_OBJECT;
+        }
+        path = it->second.path;
+        if (mWatchedPaths.count(path) != 0) {
+            return OK;
+        }
+    }
+    status_t err = OK;
+    bool reused = false;
+    const int fd = takeConnection(path, &err, &reused);
+    if (fd < 0) {
+        if (err == DEAD_OBJECT) {
+            markPathDead(path);
+        }
+        return err;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mWatchedPaths.count(path) != 0) {
+            returnConnection(path, fd);
+            return OK;
+        }
+        mWatchedPaths[path] = true;
+    }
+    ensureLooper();
+    auto* const w = new Watch();
+    w->type = Watch::DEATH;
+    w->fd = fd;
+    w->path = path;
+    addWatch(w, true);
+    return OK;
+}
+
+}  // namespace hostbinder
+}  // namespace android
