@@ -67,11 +67,15 @@ class EchoService : public BBinder {
                 reply->writeInt32Vector(mRecords);
                 return OK;
             }
-            case BARRIER:
-                return barrier(data.readInt32(), data.readInt32(), reply);
+            case BARRIER: {
+                const int32_t parties = data.readInt32();
+                const int32_t timeoutMs = data.readInt32();
+                return barrier(parties, timeoutMs, reply);
+            }
             case EXIT:
                 _exit(3);
             case BLOCK:
+                fprintf(stderr, "blocking\n");
                 for (;;) {
                     std::this_thread::sleep_for(std::chrono::hours(1));
                 }
@@ -130,7 +134,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "addService failed %d\n", err);
         return 1;
     }
-    fprintf(stderr, "ready\n");
+    fprintf(stderr, "ready pid=%d\n", static_cast<int>(getpid()));
     IPCThreadState::self()->joinThreadPool();
     return 0;
 }

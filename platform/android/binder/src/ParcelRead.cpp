@@ -330,7 +330,7 @@ status_t Parcel::unflattenBinder(sp<IBinder>* out) const {
             case hostbinder::BINDER_TYPE_HANDLE:
                 *out = ProcessState::self()->getStrongProxyForHandle(
                     static_cast<int32_t>(flat.handle));
-                return NO_ERROR;
+                return *out != nullptr ? NO_ERROR : BAD_TYPE;
             default:
                 break;
         }

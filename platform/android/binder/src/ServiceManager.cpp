@@ -120,9 +120,10 @@ class HostServiceManager : public BnInterface<IServiceManager> {
         if (!vemo::platform::makeParentDirectories(file)) {
             return NO_INIT;
         }
-        // Written aside and renamed, so a reader never sees half an entry.
+        // Written aside (a dot name, never listed) and renamed, so a reader
+        // never sees half an entry.
         const std::string tmp =
-            file + ".tmp." + std::to_string(getpid()) + "." +
+            dir + "/." + n + ".tmp." + std::to_string(getpid()) + "." +
             std::to_string(std::hash<std::thread::id>()(std::this_thread::get_id()));
         {
             std::ofstream out(tmp, std::ios::trunc);

@@ -117,6 +117,16 @@ sp<IBinder> Transport::lookupNode(uint64_t nodeId) {
     return it == mNodes.end() ? nullptr : it->second.binder;
 }
 
+void Transport::holdNodes(const std::vector<uint64_t>& nodes) {
+    std::lock_guard<std::mutex> lock(mLock);
+    for (const uint64_t id : nodes) {
+        const auto it = mNodes.find(id);
+        if (it != mNodes.end()) {
+            ++it->second.refs;
+        }
+    }
+}
+
 void Transport::undoExports(const std::vector<uint64_t>& exported) {
     for (const uint64_t node : exported) {
         releaseNode(node, 1);
@@ -423,6 +433,15 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     if (err != OK) {
         return err;
     }
+    // The call holds its own reference to each object it sends until the
+    // reply is read: the peer may release its reference before an echo of
+    // the object comes back in the reply.
+    holdNodes(exported);
+    struct HoldRelease {
+        Transport* transport;
+        const std::vector<uint64_t>& nodes;
+        ~HoldRelease() { transport->undoExports(nodes); }
+    } holdRelease{this, exported};
     const std::vector<uint8_t> bytes = encodeFrame(&frame);
 
     int fd = -1;

@@ -31,7 +31,9 @@
 //
 // Known limit: a reference that a process forwards (a proxy it received,
 // passed on to a third process) is not counted by its owner; the owner keeps
-// the object as long as the references it handed out itself are held.
+// the object as long as the references it handed out itself are held (and,
+// for objects sent in a call, until that call's reply has been read). A call
+// on a forwarded reference whose object has gone gives DEAD_OBJECT.
 //
 // Thread-safety: everything is thread-safe; the locks below are never held
 // while user code (onTransact, destructors of binder objects) runs.
@@ -123,6 +125,7 @@ class Transport {
     status_t parcelToFrame(const Parcel& parcel, Frame* frame, std::vector<uint64_t>* exported);
     status_t frameToParcel(Frame* frame, Parcel* parcel);
     void undoExports(const std::vector<uint64_t>& exported);
+    void holdNodes(const std::vector<uint64_t>& nodes);
 
     // Outgoing connections (mConnLock).
     int takeConnection(const std::string& path, status_t* err, bool* reused);

@@ -43,9 +43,8 @@ void RefBase::incStrong(const void* id) const {
 
 void RefBase::decStrong(const void* id) const {
     weakref_impl* const refs = mRefs;
-    const int32_t c = refs->mStrong.fetch_sub(1, std::memory_order_release);
+    const int32_t c = refs->mStrong.fetch_sub(1, std::memory_order_acq_rel);
     if (c == 1) {
-        std::atomic_thread_fence(std::memory_order_acquire);
         const_cast<RefBase*>(this)->onLastStrongRef(id);
         delete this;
     }
@@ -76,11 +75,10 @@ void RefBase::weakref_type::incWeak(const void* /*id*/) {
 
 void RefBase::weakref_type::decWeak(const void* id) {
     weakref_impl* const impl = static_cast<weakref_impl*>(this);
-    const int32_t c = impl->mWeak.fetch_sub(1, std::memory_order_release);
+    const int32_t c = impl->mWeak.fetch_sub(1, std::memory_order_acq_rel);
     if (c != 1) {
         return;
     }
-    std::atomic_thread_fence(std::memory_order_acquire);
     if (impl->mStrong.load(std::memory_order_relaxed) == INITIAL_STRONG_VALUE) {
         // Only ever weakly held: the last weak reference owns the object, and
         // ~RefBase frees this bookkeeping.

@@ -76,8 +76,7 @@ class LightRefBase {
         mCount.fetch_add(1, std::memory_order_relaxed);
     }
     inline void decStrong(const void* /*id*/) const {
-        if (mCount.fetch_sub(1, std::memory_order_release) == 1) {
-            std::atomic_thread_fence(std::memory_order_acquire);
+        if (mCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
             delete static_cast<const T*>(this);
         }
     }
