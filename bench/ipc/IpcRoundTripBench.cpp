@@ -20,7 +20,9 @@
 #include <thread>
 #include <vector>
 
+#include "ipc/BpFlgrService.h"
 #include "ipc/IFlgrService.h"
+#include "ipc/NativeService.h"
 #include "ipc/ServiceHost.h"
 #include "platform/DeviceRoot.h"
 
@@ -176,6 +178,22 @@ void BM_FactRequestThroughBinder(benchmark::State& state) {
     state.counters["request_bytes"] = static_cast<double>(requestBytes());
 }
 BENCHMARK(BM_FactRequestThroughBinder)->UseRealTime();
+
+// The share of the round trip that is this system's own code: the same call
+// into a service object in this process (marshalling, the stub, the
+// connector, the Status), without any transport.
+void BM_FactRequestInProcess(benchmark::State& state) {
+    const android::sp<vemo::ipc::NativeService> local =
+        new vemo::ipc::NativeService(std::make_shared<NoopConnector>());
+    const android::sp<IFlgrService> service = new vemo::ipc::BpFlgrService(local);
+    for (auto _ : state) {
+        if (!service->factRequest(sampleRequest()).isOk()) {
+            state.SkipWithError("in-process call failed");
+            return;
+        }
+    }
+}
+BENCHMARK(BM_FactRequestInProcess)->UseRealTime();
 
 void BM_RawUnixSocketRoundTrip(benchmark::State& state) {
     const int fd = servers().rawSocket;

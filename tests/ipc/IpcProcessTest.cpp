@@ -17,6 +17,7 @@
 #include "ChildProcess.h"
 #include "ParcelBytes.h"
 #include "TempDeviceRoot.h"
+#include "hostlog/LogCapture.h"
 #include "ipc/BnFlgrCallback.h"
 #include "ipc/IFlgrService.h"
 
@@ -82,6 +83,7 @@ class IpcProcessTest : public ::testing::Test {
         return std::make_shared<FlgrFileRequest>("/data/vemo/engb1.flgr", "app_1", "{}", 0.25f);
     }
 
+    hostlog::LogCapture quiet_;  // the client's own parcel log lines stay off stderr
     vemo::test::TempDeviceRoot root_;
     std::unique_ptr<ChildProcess> service_;
     sp<android::IBinder> binder_;

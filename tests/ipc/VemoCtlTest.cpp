@@ -7,6 +7,7 @@
 
 #include <fstream>
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "ChildProcess.h"
@@ -180,7 +181,9 @@ class VemoCtlProcessTest : public ::testing::Test {
         auto ctl = startCtl(args);
         Result result{ctl->waitForExit(60s), "", ""};
         ctl->waitForOutput("\x01 never printed", 10s);  // returns at end of output
-        result.err = ctl->output();
+        // On the host liblog writes to stderr too (on the device it goes to logcat).
+        static const std::regex logLine(R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [^\n]*\n)");
+        result.err = std::regex_replace(ctl->output(), logLine, "");
         result.out = root_.readFile("/vemoctl.out");
         return result;
     }
