@@ -82,6 +82,8 @@ class EchoService : public BBinder {
             case WHO:
                 reply->writeInt32(IPCThreadState::self()->getCallingPid());
                 reply->writeInt32(static_cast<int32_t>(IPCThreadState::self()->getCallingUid()));
+                reply->writeInt32(
+                    static_cast<int32_t>(IPCThreadState::self()->getLastTransactionBinderFlags()));
                 return OK;
             case RETURN_BINDER:
                 return reply->writeStrongBinder(data.readStrongBinder());

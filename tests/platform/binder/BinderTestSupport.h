@@ -40,6 +40,13 @@ class EchoServerFixture : public ::testing::Test {
         ASSERT_NE(service, nullptr);
     }
 
+    void TearDown() override {
+        // A sanitizer build of the server reports its own findings on stderr.
+        if (server != nullptr) {
+            EXPECT_EQ(server->output().find("Sanitizer"), std::string::npos) << server->output();
+        }
+    }
+
     android::status_t call(uint32_t code, android::Parcel* data, android::Parcel* reply,
                            uint32_t flags = 0) {
         return service->transact(code, *data, reply, flags);

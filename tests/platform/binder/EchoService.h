@@ -26,7 +26,7 @@ enum EchoCode : uint32_t {
     EXIT = 6,
     // never answers (until the process dies)
     BLOCK = 7,
-    // token -> int32 calling pid, int32 calling uid
+    // token -> int32 calling pid, int32 calling uid, int32 transaction flags
     WHO = 8,
     // token, binder -> the same binder back
     RETURN_BINDER = 9,

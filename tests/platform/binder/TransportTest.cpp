@@ -116,13 +116,14 @@ TEST_F(TransportTest, OwnBinderComesBackAsTheLocalObject) {
     EXPECT_EQ(reply2.readStrongBinder().get(), service.get());
 }
 
-TEST_F(TransportTest, ServerSeesTheCallersCredentials) {
+TEST_F(TransportTest, ServerSeesTheCallersCredentialsAndFlags) {
     startServer();
     auto data = request();
     Parcel reply;
     ASSERT_EQ(call(WHO, data.get(), &reply), OK);
     EXPECT_EQ(reply.readInt32(), static_cast<int32_t>(getpid()));
     EXPECT_EQ(reply.readInt32(), static_cast<int32_t>(getuid()));
+    EXPECT_EQ(reply.readInt32(), 0x10);  // TF_ACCEPT_FDS, added to every call as on the device
 }
 
 TEST_F(TransportTest, HandlerStatusesReachTheCaller) {

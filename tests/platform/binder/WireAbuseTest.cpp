@@ -241,4 +241,21 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
     expectStillServing();
 }
 
+TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {
+    for (int i = 0; i < 3; ++i) {
+        const int fd = connectRaw();
+        auto data = request();
+        data->writeInt32(2);    // parties that never come
+        data->writeInt32(100);  // ms
+        const auto bytes = transaction(serviceNode, *data, BARRIER);
+        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), android::OK);
+        close(fd);  // gone before the reply
+    }
+    expectStillServing();
+    auto data = request();
+    Parcel reply;
+    ASSERT_EQ(call(MAX_CONCURRENT, data.get(), &reply), android::OK);
+    EXPECT_GE(reply.readInt32(), 1);  // the abandoned calls did run
+}
+
 }  // namespace

@@ -33,8 +33,12 @@ const String16& BpBinder::getInterfaceDescriptor() const {
             mDescriptorCached = true;
         }
     }
-    // On failure the (empty) cache is returned and the next call asks again.
-    return mDescriptorCache;
+    if (mDescriptorCached) {
+        return mDescriptorCache;  // never changes once set
+    }
+    // On failure the next call asks again.
+    static const String16 sEmpty;
+    return sEmpty;
 }
 
 bool BpBinder::isBinderAlive() const {

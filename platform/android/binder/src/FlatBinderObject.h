@@ -41,6 +41,9 @@ struct flat_binder_object {
 };
 static_assert(sizeof(flat_binder_object) == 24, "flat_binder_object is 24 bytes");
 
+// Transaction flag the device's IPCThreadState adds to every call.
+constexpr uint32_t TF_ACCEPT_FDS = 0x10;
+
 // Strict-mode bit every interface token carries.
 constexpr int32_t STRICT_MODE_PENALTY_GATHER = 0x40 << 16;
 

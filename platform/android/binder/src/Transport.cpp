@@ -427,7 +427,7 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     }
     frame.header.kind = FRAME_TRANSACTION;
     frame.header.code = code;
-    frame.header.flags = flags;
+    frame.header.flags = flags | TF_ACCEPT_FDS;  // as the device's IPCThreadState sends it
     std::vector<uint64_t> exported;
     status_t err = parcelToFrame(data, &frame, &exported);
     if (err != OK) {

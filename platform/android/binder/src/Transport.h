@@ -46,6 +46,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -170,6 +171,7 @@ class Transport {
     size_t mConnections = 0;
     bool mLooperStarted = false;
     bool mPoolStarted = false;
+    std::set<Watch*> mWatches;  // every fd the looper waits on, owned here
     size_t mThreadNumber = 0;
     std::atomic<int> mEpollFd{-1};
 

@@ -91,6 +91,10 @@ void Transport::ensureLooper() {
 }
 
 void Transport::addWatch(Watch* w, bool oneShot) {
+    {
+        std::lock_guard<std::mutex> lock(mPoolLock);
+        mWatches.insert(w);
+    }
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLRDHUP | (oneShot ? EPOLLONESHOT : 0u);
     ev.data.ptr = w;
@@ -107,9 +111,12 @@ void Transport::rearm(Watch* w) {
 void Transport::closeWatch(Watch* w) {
     epoll_ctl(mEpollFd, EPOLL_CTL_DEL, w->fd, nullptr);
     close(w->fd);
-    if (w->type == Watch::CONNECTION) {
+    {
         std::lock_guard<std::mutex> lock(mPoolLock);
-        --mConnections;
+        if (w->type == Watch::CONNECTION) {
+            --mConnections;
+        }
+        mWatches.erase(w);
     }
     delete w;
 }
