@@ -105,6 +105,13 @@ class RecordingCallback : public vemo::ipc::BnFlgrCallback {
     const Status answer_;
 };
 
+// A 64-bit little-endian field as two wire words.
+std::string addressWords(uint64_t value) {
+    Parcel parcel;
+    parcel.writeUint64(value);
+    return wireWords(parcel);
+}
+
 std::shared_ptr<FlgrFileRequest> sampleParams() {
     return std::make_shared<FlgrFileRequest>("f", "a", "m", 0.5f);
 }
@@ -127,12 +134,13 @@ TEST(BinderProxyTest, FlgrRequestSendsTokenRecordAndCallback) {
 
     const sp<RecordingCallback> callback = new RecordingCallback();
     EXPECT_TRUE(proxy->flgrRequest(PFlgrRequest("cl", sampleParams()), callback).isOk());
-    const std::string prefix = kServiceToken + " " + kFlgrRequest + " ";
-    ASSERT_EQ(remote->data_.compare(0, prefix.size(), prefix), 0) << remote->data_;
-    // A local object: type BINDER, nice 19 with ACCEPTS_FDS, non-zero addresses.
-    const std::string object = remote->data_.substr(prefix.size());
-    EXPECT_EQ(object.substr(0, 17), "852a6273 13010000") << object;
-    EXPECT_NE(object, kNullBinder);
+    // A local object: type BINDER, nice 19 with ACCEPTS_FDS, its weak
+    // references' address, then its own address.
+    const std::string object =
+        "852a6273 13010000 " +
+        addressWords(reinterpret_cast<uintptr_t>(callback->localBinder()->getWeakRefs())) + " " +
+        addressWords(reinterpret_cast<uintptr_t>(callback->localBinder()));
+    EXPECT_EQ(remote->data_, kServiceToken + " " + kFlgrRequest + " " + object);
 }
 
 TEST(BinderProxyTest, OnResultsSendsTokenAndPresenceFlagOnlyTwoWay) {
