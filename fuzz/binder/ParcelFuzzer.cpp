@@ -3,12 +3,12 @@
 // with a sequence of typed reads chosen by the input itself.
 //
 // Build (clang):
-//   clang++ -std=c++17 -g -fsanitize=fuzzer,address,undefined \
+//   clang++ -std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all \
 //     -Iplatform/android/binder/include -Iplatform/android/utils/include \
 //     -Iplatform/android/log/include -Iplatform/deviceroot/include \
 //     -Iplatform/android/binder/src fuzz/binder/ParcelFuzzer.cpp \
 //     platform/android/binder/src/*.cpp platform/android/utils/src/*.cpp \
-//     platform/android/log/*.cpp platform/deviceroot/*.cpp -o parcel_fuzzer
+//     platform/android/log/*.cpp platform/deviceroot/*.cpp -lpthread -o parcel_fuzzer
 #include <binder/Parcel.h>
 #include <binder/Status.h>
 #include <stddef.h>

@@ -126,6 +126,44 @@ TEST(BinderLocal, SystemTransactionsAndUnknownCodes) {
     EXPECT_TRUE(plain->isBinderAlive());
 }
 
+TEST(ServiceManagerLocal, PublishesLocalObjectsUnderValidNames) {
+    vemo::test::TempDeviceRoot root;
+    const sp<android::IServiceManager> sm = android::defaultServiceManager();
+    sp<Counter> counter = new Counter();
+    ASSERT_EQ(sm->addService(String16("vemo.test.counter"), counter), OK);
+    // In the publishing process the service is the object itself.
+    EXPECT_EQ(sm->checkService(String16("vemo.test.counter")).get(),
+              static_cast<android::IBinder*>(counter.get()));
+    sp<ICounter> iface;
+    EXPECT_EQ(android::getService(String16("vemo.test.counter"), &iface), OK);
+    EXPECT_EQ(iface.get(), static_cast<ICounter*>(counter.get()));
+
+    const char* badNames[] = {"",
+                              ".",
+                              "..",
+                              ".hidden",
+                              "a/b",
+                              "0123456789012345678901234567890123456789012345678901234567890123"
+                              "0123456789012345678901234567890123456789012345678901234567890123"};
+    for (const char* bad : badNames) {
+        EXPECT_EQ(sm->addService(String16(bad), counter), android::PERMISSION_DENIED) << bad;
+    }
+    EXPECT_EQ(sm->addService(String16("vemo.test.null"), nullptr), android::PERMISSION_DENIED);
+
+    // Dump priorities select what is listed.
+    ASSERT_EQ(sm->addService(String16("vemo.test.critical"), new Counter(), false,
+                             android::IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL),
+              OK);
+    const auto all = sm->listServices();
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(String8(all[0]), String8("vemo.test.counter"));
+    EXPECT_EQ(String8(all[1]), String8("vemo.test.critical"));
+    const auto critical = sm->listServices(android::IServiceManager::DUMP_FLAG_PRIORITY_CRITICAL);
+    ASSERT_EQ(critical.size(), 1u);
+    EXPECT_EQ(String8(critical[0]), String8("vemo.test.critical"));
+    EXPECT_TRUE(root.exists("/dev/socket/binder/services/vemo.test.counter"));
+}
+
 class Tracked : public android::RefBase {
   public:
     explicit Tracked(std::atomic<int>* events) : mEvents(events) {}

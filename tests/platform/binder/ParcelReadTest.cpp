@@ -152,6 +152,15 @@ INSTANTIATE_TEST_SUITE_P(Cases, ParcelBadString16, ::testing::ValuesIn(kBadStrin
                              return std::string(info.param.name);
                          });
 
+TEST(ParcelRead, String16AtAnOddPositionIsNotRead) {
+    Parcel p;
+    fromHex(&p, "00 01000000 6100 0000");
+    p.setDataPosition(1);
+    String16 s;
+    EXPECT_EQ(p.readString16(&s), android::UNEXPECTED_NULL);
+    EXPECT_EQ(p.dataPosition(), 1u);
+}
+
 TEST(ParcelRead, NullableString16OfMinusOneIsNullAndOk) {
     Parcel p;
     fromHex(&p, "ffffffff");

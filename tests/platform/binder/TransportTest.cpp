@@ -2,6 +2,7 @@
 // test's own device root and called through the service manager.
 #include <binder/BpBinder.h>
 #include <binder/ProcessState.h>
+#include <dirent.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -258,6 +259,39 @@ TEST_F(TransportTest, GetServiceWaitsForALateService) {
     startServer();
     ASSERT_EQ(lookup.wait_for(10s), std::future_status::ready);
     EXPECT_NE(lookup.get(), nullptr);
+}
+
+size_t openFds() {
+    size_t n = 0;
+    DIR* const d = opendir("/proc/self/fd");
+    while (d != nullptr && readdir(d) != nullptr) {
+        ++n;
+    }
+    if (d != nullptr) {
+        closedir(d);
+    }
+    return n;
+}
+
+TEST_F(TransportTest, ConnectionsToAProcessCloseWithTheLastProxy) {
+    const size_t before = openFds();
+    startServer();
+    std::vector<std::future<android::status_t>> calls;
+    for (int i = 0; i < 3; ++i) {
+        calls.push_back(std::async(std::launch::async, [this] {
+            auto data = request();
+            data->writeInt32(3);
+            data->writeInt32(5000);
+            Parcel reply;
+            return call(BARRIER, data.get(), &reply);
+        }));
+    }
+    for (auto& c : calls) {
+        EXPECT_EQ(c.get(), OK);
+    }
+    EXPECT_GE(openFds(), before + 4);  // the child's stderr pipe and three connections
+    service.clear();
+    EXPECT_EQ(openFds(), before + 1);
 }
 
 }  // namespace

@@ -213,6 +213,12 @@ status_t Parcel::readString8(String8* pArg) const {
 }
 
 const char16_t* Parcel::readString16Inplace(size_t* outLen) const {
+    // Only setDataPosition() can make the position odd; UTF-16 units there
+    // would be misaligned, so such a string is not read at all.
+    if (mDataPos % alignof(char16_t) != 0) {
+        *outLen = 0;
+        return nullptr;
+    }
     const int32_t size = readInt32();
     // The bound is checked in 64 bits: (size + 1) * 2 overflows a 32-bit size_t.
     if (size >= 0 && size < INT32_MAX &&

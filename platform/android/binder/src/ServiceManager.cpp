@@ -70,13 +70,15 @@ class HostServiceManager : public BnInterface<IServiceManager> {
   public:
     sp<IBinder> getService(const String16& name) const override {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        for (;;) {
+        for (int attempt = 0;; ++attempt) {
             sp<IBinder> svc = checkService(name);
             if (svc != nullptr || std::chrono::steady_clock::now() >= deadline) {
                 return svc;
             }
-            __android_log_print(ANDROID_LOG_INFO, kTag, "Waiting for service '%s'...",
-                                String8(name).string());
+            if (attempt % 10 == 0) {
+                __android_log_print(ANDROID_LOG_INFO, kTag, "Waiting for service '%s'...",
+                                    String8(name).string());
+            }
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
     }

@@ -170,6 +170,7 @@ void Transport::proxyDestroyed(int32_t handle) {
     std::string path;
     uint64_t node = 0;
     uint32_t counted = 0;
+    bool lastForPath = true;
     {
         std::lock_guard<std::mutex> lock(mLock);
         const auto it = mHandles.find(handle);
@@ -185,6 +186,12 @@ void Transport::proxyDestroyed(int32_t handle) {
             mHandleByRef.erase(byRef);
         }
         mHandles.erase(it);
+        for (const auto& kv : mHandles) {
+            if (kv.second.path == path) {
+                lastForPath = false;
+                break;
+            }
+        }
     }
     if (counted > 0) {
         Frame frame;
@@ -192,6 +199,11 @@ void Transport::proxyDestroyed(int32_t handle) {
         frame.header.code = counted;
         frame.header.target = node;
         sendOneWay(path, encodeFrame(&frame));  // a dead owner needs no release
+    }
+    if (lastForPath) {
+        // Nothing here refers to that process any more: its idle connections
+        // would only hold descriptors until it exits.
+        dropIdleConnections(path);
     }
 }
 
