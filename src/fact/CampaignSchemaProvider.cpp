@@ -15,26 +15,28 @@
 namespace fact {
 namespace {
 
-struct ParsedSchema {
+std::shared_ptr<const CampaignSchemaProvider::ParsedSchema> parseSchema(const std::string& text);
+
+}  // namespace
+
+struct CampaignSchemaProvider::ParsedSchema {
     std::unique_ptr<rapidjson::SchemaDocument> document;
     std::string error;
 };
 
-// Parsed on first use, once per process.
-const ParsedSchema& campaignSchema() {
-    static const ParsedSchema parsed = [] {
-        ParsedSchema result;
-        rapidjson::Document doc;
-        doc.Parse(CampaignSchema::kSchema.c_str());
-        if (doc.HasParseError()) {
-            result.error = std::string(rapidjson::GetParseError_En(doc.GetParseError())) +
-                           " (offset " + std::to_string(doc.GetErrorOffset()) + ")";
-        } else {
-            result.document = std::make_unique<rapidjson::SchemaDocument>(doc);
-        }
-        return result;
-    }();
-    return parsed;
+namespace {
+
+std::shared_ptr<const CampaignSchemaProvider::ParsedSchema> parseSchema(const std::string& text) {
+    auto result = std::make_shared<CampaignSchemaProvider::ParsedSchema>();
+    rapidjson::Document doc;
+    doc.Parse(text.c_str());
+    if (doc.HasParseError()) {
+        result->error = std::string(rapidjson::GetParseError_En(doc.GetParseError())) +
+                        " (offset " + std::to_string(doc.GetErrorOffset()) + ")";
+    } else {
+        result->document = std::make_unique<rapidjson::SchemaDocument>(doc);
+    }
+    return result;
 }
 
 std::string readFile(const std::string& path) {
@@ -257,6 +259,16 @@ CampaignSchema convert(const std::string& path, const rapidjson::Document& doc,
 
 }  // namespace
 
+CampaignSchemaProvider::CampaignSchemaProvider() {
+    // Parsed on first use, once per process.
+    static const std::shared_ptr<const ParsedSchema> embedded =
+        parseSchema(CampaignSchema::kSchema);
+    mSchema = embedded;
+}
+
+CampaignSchemaProvider::CampaignSchemaProvider(const std::string& schemaText)
+    : mSchema(parseSchema(schemaText)) {}
+
 std::unordered_map<std::string, CampaignSchema> CampaignSchemaProvider::LoadConfig(
     const std::string& path) const {
     try {
@@ -267,11 +279,10 @@ std::unordered_map<std::string, CampaignSchema> CampaignSchemaProvider::LoadConf
         if (doc.HasParseError() || json::TooDeep(doc)) {
             throw std::runtime_error("Failed to parse " + path + ". Content: " + content);
         }
-        const ParsedSchema& parsed = campaignSchema();
-        if (!parsed.document) {
-            throw std::runtime_error("Failed to parse schema: " + parsed.error);
+        if (!mSchema->document) {
+            throw std::runtime_error("Failed to parse schema: " + mSchema->error);
         }
-        rapidjson::SchemaValidator validator(*parsed.document);
+        rapidjson::SchemaValidator validator(*mSchema->document);
         if (!doc.Accept(validator)) {
             throw std::runtime_error(json::ValidationError(validator, "Invalid Keyword: "));
         }

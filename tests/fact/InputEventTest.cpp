@@ -1,0 +1,59 @@
+#include "fact/InputEvent.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using fact::InputEvent;
+
+std::string failure(const std::string& text) {
+    try {
+        InputEvent event(text);
+        return "ok";
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+}
+
+TEST(InputEventTest, CopiesProducerAndAttributesFirstValueWins) {
+    const InputEvent event(R"({"data_producer": "tdp", "extra": [1, {"x": null}],
+        "attributes": [{"key": "a", "value": "1"}, {"key": "b", "value": "x_y", "more": 2},
+                       {"key": "a", "value": "2"}]})");
+    EXPECT_EQ("tdp", event.dataProducer);
+    ASSERT_EQ(2u, event.attributes.size());
+    EXPECT_EQ("1", event.attributes.at("a"));
+    EXPECT_EQ("x_y", event.attributes.at("b"));
+}
+
+TEST(InputEventTest, RefusesBadTextsWithExactErrors) {
+    struct Row {
+        std::string text, error;
+    };
+    const Row rows[] = {
+        {"", "Empty InputEvent json"},
+        {"[", "Failed to parse json: Invalid value."},
+        {"{} x", "Failed to parse json: The document root must not be followed by other values."},
+        {R"({"data_producer": "p"})",
+         "Invalid schema: #\nInvalid keyword: required\nInvalid document: #"},
+        {R"({"data_producer": "p", "attributes": [{"key": "k", "value": "v"}, {"key": "k", "value": "v"}]})",
+         "Invalid schema: #/properties/attributes\nInvalid keyword: uniqueItems\nInvalid document: "
+         "#/attributes/1"},
+        {R"({"data_producer": "p", "attributes": [{"key": "k"}]})",
+         "Invalid schema: #/properties/attributes/items\nInvalid keyword: required\nInvalid "
+         "document: #/attributes/0"},
+        {R"("text")", "Invalid schema: #\nInvalid keyword: type\nInvalid document: #"},
+        {std::string(65, '[') + std::string(65, ']'),
+         "Failed to parse json: Nesting deeper than 64 levels."},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(row.error, failure(row.text)) << row.text;
+    }
+    // 64 levels is still parsed (and then refused by the schema, not the guard).
+    EXPECT_EQ("Invalid schema: #\nInvalid keyword: type\nInvalid document: #",
+              failure(std::string(64, '[') + std::string(64, ']')));
+}
+
+}  // namespace
