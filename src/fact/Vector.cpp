@@ -26,6 +26,7 @@ Vector& Vector::operator+=(const Vector& other) {
     }
     if (mMetadata.empty()) {
         mMetadata = other.mMetadata;
+        mMetadataWellFormed = other.mMetadataWellFormed;
     }
     return *this;
 }
@@ -35,14 +36,44 @@ void Vector::Concatenate(const Vector& other) {
     mElements.insert(mElements.end(), other.mElements.begin(), other.mElements.end());
     if (mMetadata.empty()) {
         mMetadata = other.mMetadata;
+        mMetadataWellFormed = other.mMetadataWellFormed;
     }
 }
 
+namespace {
+
+// Appends a JSON string literal, escaped as the writer escapes it.
+void appendJsonString(std::string& out, const std::string& text) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+    out.append(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace
+
 void Vector::AddMetadataField(const std::string& key, const std::string& value) {
+    // Metadata this vector wrote itself is known to be a compact non-empty
+    // object: appending the member gives the same text as parsing, adding
+    // and writing it again, at a fraction of the cost on every event.
+    if (mMetadata.empty() || mMetadataWellFormed) {
+        std::string member;
+        appendJsonString(member, key);
+        member += ':';
+        appendJsonString(member, value);
+        if (mMetadata.empty()) {
+            mMetadata = "{" + member + "}";
+        } else {
+            mMetadata.pop_back();
+            mMetadata += ',';
+            mMetadata += member;
+            mMetadata += '}';
+        }
+        mMetadataWellFormed = true;
+        return;
+    }
     rapidjson::Document doc;
-    if (mMetadata.empty()) {
-        doc.SetObject();
-    } else {
+    {
         doc.Parse<json::kParseFlags>(mMetadata.data(), mMetadata.size());
         if (doc.HasParseError() || !doc.IsObject()) {
             FactHeartbeatMetric::GetInstance().addCount("VectorMetadataErrorCount");
@@ -55,6 +86,7 @@ void Vector::AddMetadataField(const std::string& key, const std::string& value) 
         rapidjson::Value(value.data(), static_cast<rapidjson::SizeType>(value.size()), allocator),
         allocator);
     mMetadata = json::Serialize(doc);
+    mMetadataWellFormed = true;
 }
 
 uint32_t Vector::memSize() const {

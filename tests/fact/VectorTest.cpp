@@ -22,6 +22,19 @@ TEST(VectorTest, MetadataFieldsAppendInOrder) {
     EXPECT_EQ(36u, Vector(0, "").memSize());
 }
 
+TEST(VectorTest, AppendingGivesTheTextOfParsingAndRewriting) {
+    const std::string first = "q\"\\\n\x01\xc3\xa9/";
+    Vector appended(0, "");
+    appended.AddMetadataField("k\t1", first);
+    // The same member given from outside, spaced: parsed and rewritten.
+    Vector rewritten(0, "{ \"k\\t1\" : \"q\\\"\\\\\\n\\u0001\xc3\xa9/\" }");
+    for (Vector* v : {&appended, &rewritten})
+        v->AddMetadataField("second", "x\"y");
+    EXPECT_EQ(rewritten.metadata(), appended.metadata());
+    EXPECT_EQ("{\"k\\t1\":\"q\\\"\\\\\\n\\u0001\xc3\xa9/\",\"second\":\"x\\\"y\"}",
+              appended.metadata());
+}
+
 TEST(VectorTest, UnparsableMetadataIsCountedAndRefused) {
     auto& metric = FactHeartbeatMetric::GetInstance();
     for (const std::string bad : {"{oops", "[1]", "\"text\""}) {
