@@ -110,6 +110,16 @@ void BM_ParseAndValidateFloor(benchmark::State& state) {
 }
 BENCHMARK(BM_ParseAndValidateFloor);
 
+// The event's conversion alone: the floor plus the nesting guard and the
+// attribute map.
+void BM_InputEvent(benchmark::State& state) {
+    for (auto _ : state) {
+        fact::InputEvent event(kEvent);
+        benchmark::DoNotOptimize(event.attributes.size());
+    }
+}
+BENCHMARK(BM_InputEvent);
+
 // Two costs inside every event that the floor does not have and the system
 // cannot drop: one RAND_bytes draw for the forge decision, and the debug line.
 void BM_RandBytesDraw(benchmark::State& state) {

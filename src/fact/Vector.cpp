@@ -42,12 +42,44 @@ void Vector::Concatenate(const Vector& other) {
 
 namespace {
 
-// Appends a JSON string literal, escaped as the writer escapes it.
+// Appends a JSON string literal escaped exactly as RapidJSON's Writer
+// escapes it: quote, backslash and control characters, uppercase hex.
 void appendJsonString(std::string& out, const std::string& text) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-    out.append(buffer.GetString(), buffer.GetSize());
+    static const char kHex[] = "0123456789ABCDEF";
+    out += '"';
+    for (const char c : text) {
+        const unsigned char u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u >= 0x20) {
+            out += c;
+        } else {
+            out += '\\';
+            switch (u) {
+                case '\b':
+                    out += 'b';
+                    break;
+                case '\t':
+                    out += 't';
+                    break;
+                case '\n':
+                    out += 'n';
+                    break;
+                case '\f':
+                    out += 'f';
+                    break;
+                case '\r':
+                    out += 'r';
+                    break;
+                default:
+                    out += "u00";
+                    out += kHex[u >> 4];
+                    out += kHex[u & 0xF];
+            }
+        }
+    }
+    out += '"';
 }
 
 }  // namespace
@@ -57,18 +89,15 @@ void Vector::AddMetadataField(const std::string& key, const std::string& value) 
     // object: appending the member gives the same text as parsing, adding
     // and writing it again, at a fraction of the cost on every event.
     if (mMetadata.empty() || mMetadataWellFormed) {
-        std::string member;
-        appendJsonString(member, key);
-        member += ':';
-        appendJsonString(member, value);
         if (mMetadata.empty()) {
-            mMetadata = "{" + member + "}";
+            mMetadata += '{';
         } else {
-            mMetadata.pop_back();
-            mMetadata += ',';
-            mMetadata += member;
-            mMetadata += '}';
+            mMetadata.back() = ',';
         }
+        appendJsonString(mMetadata, key);
+        mMetadata += ':';
+        appendJsonString(mMetadata, value);
+        mMetadata += '}';
         mMetadataWellFormed = true;
         return;
     }

@@ -1,6 +1,9 @@
 #include "fact/Vector.h"
 
 #include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <stdexcept>
 #include <string>
@@ -33,6 +36,25 @@ TEST(VectorTest, AppendingGivesTheTextOfParsingAndRewriting) {
     EXPECT_EQ(rewritten.metadata(), appended.metadata());
     EXPECT_EQ("{\"k\\t1\":\"q\\\"\\\\\\n\\u0001\xc3\xa9/\",\"second\":\"x\\\"y\"}",
               appended.metadata());
+}
+
+TEST(VectorTest, EscapesEveryControlCharacterAsTheWriterDoes) {
+    std::string text(1, '\0');
+    for (int c = 1; c < 0x20; ++c)
+        text += static_cast<char>(c);
+    text += "\"\\/\x7f\xff";
+    rapidjson::Document doc;
+    doc.SetObject();
+    doc.AddMember(rapidjson::Value("k", doc.GetAllocator()),
+                  rapidjson::Value(text.data(), static_cast<rapidjson::SizeType>(text.size()),
+                                   doc.GetAllocator()),
+                  doc.GetAllocator());
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    doc.Accept(writer);
+    Vector v(0, "");
+    v.AddMetadataField("k", text);
+    EXPECT_EQ(std::string(buffer.GetString(), buffer.GetSize()), v.metadata());
 }
 
 TEST(VectorTest, UnparsableMetadataIsCountedAndRefused) {
