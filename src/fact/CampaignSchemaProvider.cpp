@@ -45,6 +45,14 @@ std::string readFile(const std::string& path) {
     if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
         throw std::runtime_error("Failed to open config file: " + path);
     }
+    // Real campaigns are kilobytes; the bound keeps a stray file from being
+    // read whole and validated for minutes.
+    constexpr off_t kMaxSize = 16 << 20;
+    if (info.st_size > kMaxSize) {
+        throw std::runtime_error("Config file too large: " + path + " (" +
+                                 std::to_string(info.st_size) + " bytes, limit " +
+                                 std::to_string(kMaxSize) + ")");
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         throw std::runtime_error("Failed to open config file: " + path);

@@ -54,6 +54,10 @@ InputEvent::InputEvent(const std::string& jsonText) {
     if (jsonText.empty()) {
         throw std::runtime_error("Empty InputEvent json");
     }
+    if (jsonText.size() > kMaxJsonSize) {
+        throw std::runtime_error("Oversized InputEvent json: " + std::to_string(jsonText.size()) +
+                                 " bytes, limit " + std::to_string(kMaxJsonSize));
+    }
     const rapidjson::SchemaDocument* schema = eventSchema();
     if (schema == nullptr) {
         throw std::runtime_error("Failed to parse Input Event schema");

@@ -203,6 +203,8 @@ TEST_F(BadDocuments, UnparsableSchemaText) {
 TEST_F(BadDocuments, UnreadableOrUnparsableFiles) {
     root.writeFile("/data/deep.json", std::string(5000, '[') + std::string(5000, ']'));
     root.writeFile("/data/big.json", "{\"campaign_id\": \"" + std::string(1 << 20, 'x') + "\"");
+    root.writeFile("/data/huge.json", std::string((16 << 20) + 1, ' '));
+    const std::string huge = root.path("/data/huge.json");
     struct Row {
         std::string path, error;
     };
@@ -219,6 +221,7 @@ TEST_F(BadDocuments, UnreadableOrUnparsableFiles) {
              ". Content: " + fact::test::readText(dataPath("truncated.json"))},
         {deep, "Failed to parse " + deep + ". Content: " + fact::test::readText(deep)},
         {big, "Failed to parse " + big + ". Content: " + fact::test::readText(big)},
+        {huge, "Config file too large: " + huge + " (16777217 bytes, limit 16777216)"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(kWrapper + row.path + " Error: " + row.error,

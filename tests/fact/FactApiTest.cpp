@@ -236,7 +236,7 @@ TEST_F(FactApiTest, RefusesBadArgumentsWithTheirLines) {
 
 TEST_F(FactApiTest, BadEventsFailWithTheLibrarysTextAndDeliverNothing) {
     ASSERT_EQ(0u, fact_CreateCampaign(dataPath("campaign_basic.json").c_str()));
-    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    const std::string deep = std::string(30000, '[') + std::string(30000, ']');
     struct Row {
         std::string event, error;
     };
@@ -246,6 +246,7 @@ TEST_F(FactApiTest, BadEventsFailWithTheLibrarysTextAndDeliverNothing) {
          "Failed to parse json: Missing a comma or '}' after an object member."},
         {"{\"data_producer\": \"\xff\"}", "Failed to parse json: Invalid encoding in string."},
         {deep, "Failed to parse json: Nesting deeper than 64 levels."},
+        {deep + deep, "Oversized InputEvent json: 120000 bytes, limit 65536"},
         {R"({"data_producer": 5, "attributes": [{"key": "a", "value": "b"}]})",
          "Invalid schema: #/properties/data_producer\nInvalid keyword: type\n"
          "Invalid document: #/data_producer"},

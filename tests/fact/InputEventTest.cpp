@@ -51,6 +51,11 @@ TEST(InputEventTest, RefusesBadTextsWithExactErrors) {
     for (const Row& row : rows) {
         EXPECT_EQ(row.error, failure(row.text)) << row.text;
     }
+    std::string big = R"({"data_producer": "p", "attributes": [{"key": "k", "value": ")";
+    big += std::string(65536 - big.size() - 4, 'v') + "\"}]}";
+    ASSERT_EQ(65536u, big.size());
+    EXPECT_EQ("ok", failure(big));
+    EXPECT_EQ("Oversized InputEvent json: 65537 bytes, limit 65536", failure(big + " "));
     // 64 levels is still parsed (and then refused by the schema, not the guard).
     EXPECT_EQ("Invalid schema: #\nInvalid keyword: type\nInvalid document: #",
               failure(std::string(64, '[') + std::string(64, ']')));
