@@ -82,11 +82,14 @@ int position(const std::vector<int>& values) {
 class FactApiTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        std::lock_guard<std::mutex> lock(gMutex);
-        gDelivered.clear();
-        gConfigs.clear();
-        gConfigAnswer = [] { return 0; };
-        gInsideVectorCallback = nullptr;
+        {
+            // Released before calling in: callbacks take it under the library mutex.
+            std::lock_guard<std::mutex> lock(gMutex);
+            gDelivered.clear();
+            gConfigs.clear();
+            gConfigAnswer = [] { return 0; };
+            gInsideVectorCallback = nullptr;
+        }
         gSplit.clear();
         ASSERT_EQ(0u, factVemo_SetVectorCallback(recordVector));
         ASSERT_EQ(
