@@ -248,7 +248,7 @@ TEST_F(FactApiTest, BadEventsFailWithTheLibrarysTextAndDeliverNothing) {
         {R"({"data_producer": "p", "attributes": [{"key": "a", "value": "b"}])",
          "Failed to parse json: Missing a comma or '}' after an object member."},
         {"{\"data_producer\": \"\xff\"}", "Failed to parse json: Invalid encoding in string."},
-        {deep, "Failed to parse json: Nesting deeper than 64 levels."},
+        {deep, "Invalid schema: #\nInvalid keyword: type\nInvalid document: #"},
         {deep + deep, "Oversized InputEvent json: 120000 bytes, limit 65536"},
         {R"({"data_producer": 5, "attributes": [{"key": "a", "value": "b"}]})",
          "Invalid schema: #/properties/data_producer\nInvalid keyword: type\n"

@@ -45,8 +45,10 @@ TEST(InputEventTest, RefusesBadTextsWithExactErrors) {
          "Invalid schema: #/properties/attributes/items\nInvalid keyword: required\nInvalid "
          "document: #/attributes/0"},
         {R"("text")", "Invalid schema: #\nInvalid keyword: type\nInvalid document: #"},
-        {std::string(65, '[') + std::string(65, ']'),
-         "Failed to parse json: Nesting deeper than 64 levels."},
+        // Invalid early and broken later: parsing is reported first.
+        {R"({"data_producer": 5, "attributes": [)", "Failed to parse json: Invalid value."},
+        {std::string(30000, '[') + std::string(30000, ']'),
+         "Invalid schema: #\nInvalid keyword: type\nInvalid document: #"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(row.error, failure(row.text)) << row.text;
@@ -56,9 +58,10 @@ TEST(InputEventTest, RefusesBadTextsWithExactErrors) {
     ASSERT_EQ(65536u, big.size());
     EXPECT_EQ("ok", failure(big));
     EXPECT_EQ("Oversized InputEvent json: 65537 bytes, limit 65536", failure(big + " "));
-    // 64 levels is still parsed (and then refused by the schema, not the guard).
-    EXPECT_EQ("Invalid schema: #\nInvalid keyword: type\nInvalid document: #",
-              failure(std::string(64, '[') + std::string(64, ']')));
+    // Deep nesting where the schema allows anything is fine: nothing recurses.
+    const std::string deep = std::string(15000, '[') + std::string(15000, ']');
+    EXPECT_EQ("ok", failure(R"({"data_producer": "p", "extra": )" + deep +
+                            R"(, "attributes": [{"key": "k", "value": "v", "x": )" + deep + "}]}"));
 }
 
 }  // namespace
