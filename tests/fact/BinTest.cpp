@@ -164,18 +164,4 @@ TEST(BinTest, StringRangesCompareBytes) {
     EXPECT_FALSE(high.inRange("y"));
 }
 
-TEST(BinTest, OwnTypeTextIsFixedByTheInstantiation) {
-    EXPECT_EQ("int32", Bin<int>("b", 1).type);
-    EXPECT_EQ("uint32", Bin<unsigned int>("b", 1u).type);
-    EXPECT_EQ("int64", Bin<long long>("b", 1LL).type);
-    EXPECT_EQ("uint64", Bin<unsigned long long>("b", 1ULL).type);
-    EXPECT_EQ("double", Bin<double>("b", 1.0).type);
-    EXPECT_EQ("bool", Bin<bool>("b", false, true, true).type);
-    EXPECT_EQ("string", Bin<std::string>("b", std::string("x")).type);
-    Bin<int> enumBin("b", 3);
-    EXPECT_EQ(3, enumBin.min);
-    EXPECT_EQ(3, enumBin.max);
-    EXPECT_TRUE(enumBin.includeMax);
-}
-
 }  // namespace
