@@ -30,22 +30,28 @@ std::mutex& libraryMutex() {
     return mutex;
 }
 
-// Set while this thread holds the library mutex, so that a callback calling
-// back into the library is refused instead of deadlocking on it.
+// Set while this thread is inside an entry point, so that a callback calling
+// back into the library is refused instead of deadlocking on the mutex.
 thread_local bool tInsideLibrary = false;
 
 std::string orEmpty(const char* text) {
     return text == nullptr ? std::string() : std::string(text);
 }
 
-// Runs `body` under the library mutex and turns every exception into 1.
+enum class Locking { WHOLE_CALL, BODY_LOCKS };
+
+// Runs `body`, under the library mutex unless the body takes it itself, and
+// turns every exception into 1.
 template <typename Body>
-fact_status_t guarded(const char* function, Body&& body) {
+fact_status_t guarded(const char* function, Body&& body, Locking locking = Locking::WHOLE_CALL) {
     if (tInsideLibrary) {
         logger.e("%s:called from inside a library callback, refused", function);
         return kFailed;
     }
-    std::lock_guard<std::mutex> lock(libraryMutex());
+    std::unique_lock<std::mutex> lock(libraryMutex(), std::defer_lock);
+    if (locking == Locking::WHOLE_CALL) {
+        lock.lock();
+    }
     tInsideLibrary = true;
     fact_status_t status = kFailed;
     try {
@@ -151,19 +157,26 @@ fact_status_t fact_CreateCampaign(const char* path) {
 
 fact_status_t factDataProducerAdapter_SendEvent(const char* dataProducer, const char* factEvent) {
     const char* const fn = __func__;
-    return guarded(fn, [&] {
-        if (dataProducer == nullptr || *dataProducer == '\0') {
-            logger.e("%s:dataProducer is empty", fn);
-            return kFailed;
-        }
-        if (factEvent == nullptr || *factEvent == '\0') {
-            logger.e("%s:factEvent is empty", fn);
-            return kFailed;
-        }
-        logger.d("%s:Received Event from DataProducer: %s", fn, dataProducer);
-        manager().CreateOrUpdateVectorInMap(fact::InputEvent(factEvent));
-        return kOk;
-    });
+    return guarded(
+        fn,
+        [&] {
+            if (dataProducer == nullptr || *dataProducer == '\0') {
+                logger.e("%s:dataProducer is empty", fn);
+                return kFailed;
+            }
+            if (factEvent == nullptr || *factEvent == '\0') {
+                logger.e("%s:factEvent is empty", fn);
+                return kFailed;
+            }
+            logger.d("%s:Received Event from DataProducer: %s", fn, dataProducer);
+            // Parsing and validating needs no shared state, so concurrent
+            // producers do it in parallel and hold the mutex only for the manager.
+            const fact::InputEvent event(factEvent);
+            std::lock_guard<std::mutex> lock(libraryMutex());
+            manager().CreateOrUpdateVectorInMap(event);
+            return kOk;
+        },
+        Locking::BODY_LOCKS);
 }
 
 fact_status_t fact_DeleteCampaign(const char* campaignId) {

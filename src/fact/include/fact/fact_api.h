@@ -6,7 +6,8 @@
  * crosses it; every failure is logged once, under the tag "Vemo:FactApi".
  *
  * Threads: every entry point serialises on one library-wide mutex, so any
- * thread may call any entry point at any time. The callbacks below run on the
+ * thread may call any entry point at any time (an event's text is parsed
+ * before the mutex is taken, so producers parse in parallel). The callbacks below run on the
  * calling thread while that mutex is held; an entry point called from inside
  * one of them is refused with status 1 and an error line (never a deadlock).
  * Callbacks must therefore not call back into the library, and must copy
