@@ -60,10 +60,15 @@ void loadCampaign(const std::string& text, const std::string& name) {
 
 // The realistic campaign of the fixtures (three attributes, 60 bin
 // combinations), collecting for an hour instead of sending every event.
-void loadBasicCampaign() {
+void loadBasicCampaign(bool randomDraw = true) {
     std::string text = readFile(std::string(FACT_BENCH_DATA_DIR) + "/campaign_basic.json");
     const std::string from = R"("type": "time_seconds", "value": 0)";
     text.replace(text.find(from), from.size(), R"("type": "time_seconds", "value": 3600)");
+    if (!randomDraw) {
+        // Cohort size 0 never forges, so no random number is drawn.
+        const std::string cohort = R"("cohort_size": 100)";
+        text.replace(text.find(cohort), cohort.size(), R"("cohort_size": 0)");
+    }
     loadCampaign(text, "basic.json");
 }
 
@@ -83,6 +88,23 @@ void BM_SendEvent(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_SendEvent);
+
+// The same without the forge decision's RAND_bytes draw: what the draw costs
+// in place.
+void BM_SendEventWithoutDraw(benchmark::State& state) {
+    loadBasicCampaign(false);
+    hostlog::LogCapture capture;
+    int64_t n = 0;
+    for (auto _ : state) {
+        if (factDataProducerAdapter_SendEvent(kProducer, kEvent.c_str()) != 0) {
+            state.SkipWithError("SendEvent failed");
+            break;
+        }
+        if (++n % 4096 == 0)
+            capture.clear();
+    }
+}
+BENCHMARK(BM_SendEventWithoutDraw);
 
 // The same with the debug line written out (to /dev/null) as the host's
 // liblog does: getpid, gettid, time formatting and a write per event.
