@@ -1,0 +1,28 @@
+#pragma once
+// One event a data producer sends in: the producer's name and the event's
+// attributes, every value as text. Built from JSON text validated against an
+// embedded draft-07 schema, which is parsed once per process.
+//
+// A plain value; immutable after construction.
+
+#include <string>
+#include <unordered_map>
+
+namespace fact {
+
+class InputEvent {
+  public:
+    // Throws std::runtime_error: "Empty InputEvent json", "Failed to parse
+    // Input Event schema", "Failed to parse json: <error>" or "Invalid schema:
+    // ...\nInvalid keyword: ...\nInvalid document: ...". A later duplicate key
+    // keeps the first value.
+    explicit InputEvent(const std::string& jsonText);
+
+    // The embedded schema text.
+    static const char* const kSchema;
+
+    std::string dataProducer;
+    std::unordered_map<std::string, std::string> attributes;
+};
+
+}  // namespace fact

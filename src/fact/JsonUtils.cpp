@@ -1,0 +1,66 @@
+#include "fact/JsonUtils.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <utility>
+#include <vector>
+
+namespace fact {
+namespace json {
+
+bool TooDeep(const rapidjson::Value& root) {
+    std::vector<std::pair<const rapidjson::Value*, int>> pending{{&root, 1}};
+    while (!pending.empty()) {
+        const auto [value, depth] = pending.back();
+        pending.pop_back();
+        if (value->IsArray()) {
+            if (depth > kMaxDepth)
+                return true;
+            for (const auto& item : value->GetArray()) {
+                if (item.IsArray() || item.IsObject())
+                    pending.emplace_back(&item, depth + 1);
+            }
+        } else if (value->IsObject()) {
+            if (depth > kMaxDepth)
+                return true;
+            for (const auto& member : value->GetObject()) {
+                if (member.value.IsArray() || member.value.IsObject()) {
+                    pending.emplace_back(&member.value, depth + 1);
+                }
+            }
+        }
+    }
+    return false;
+}
+
+const char* TypeName(const rapidjson::Value& value) {
+    static const char* const kNames[] = {"Null",  "False",  "True",  "Object",
+                                         "Array", "String", "Number"};
+    return kNames[value.GetType()];
+}
+
+std::string ValidationError(const rapidjson::SchemaValidator& validator, const char* keywordLabel) {
+    rapidjson::StringBuffer schemaPointer;
+    validator.GetInvalidSchemaPointer().StringifyUriFragment(schemaPointer);
+    rapidjson::StringBuffer documentPointer;
+    validator.GetInvalidDocumentPointer().StringifyUriFragment(documentPointer);
+    std::string text = "Invalid schema: ";
+    text += schemaPointer.GetString();
+    text += "\n";
+    text += keywordLabel;
+    text += validator.GetInvalidSchemaKeyword();
+    text += "\nInvalid document: ";
+    text += documentPointer.GetString();
+    return text;
+}
+
+std::string Serialize(const rapidjson::Value& value) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    value.Accept(writer);
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace json
+}  // namespace fact

@@ -1,0 +1,64 @@
+#include "fact/Vector.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <stdexcept>
+
+#include "fact/FactHeartbeatMetric.h"
+#include "fact/JsonUtils.h"
+
+namespace fact {
+
+Vector::Vector(int size, const std::string& metadata)
+    : mElements(static_cast<size_t>(size < 0 ? 0 : size), 0), mMetadata(metadata) {}
+
+Vector& Vector::operator+=(const Vector& other) {
+    if (mElements.size() != other.mElements.size()) {
+        FactHeartbeatMetric::GetInstance().addCount("VectorMismatchCount");
+        throw std::runtime_error("Vector size mismatch");
+    }
+    for (size_t i = 0; i < mElements.size(); ++i) {
+        // Unsigned addition: the sum wraps like the device's without overflow UB.
+        mElements[i] = static_cast<int32_t>(static_cast<uint32_t>(mElements[i]) +
+                                            static_cast<uint32_t>(other.mElements[i]));
+    }
+    if (mMetadata.empty()) {
+        mMetadata = other.mMetadata;
+    }
+    return *this;
+}
+
+void Vector::Concatenate(const Vector& other) {
+    mElements.reserve(mElements.size() + other.mElements.size());
+    mElements.insert(mElements.end(), other.mElements.begin(), other.mElements.end());
+    if (mMetadata.empty()) {
+        mMetadata = other.mMetadata;
+    }
+}
+
+void Vector::AddMetadataField(const std::string& key, const std::string& value) {
+    rapidjson::Document doc;
+    if (mMetadata.empty()) {
+        doc.SetObject();
+    } else {
+        doc.Parse<json::kParseFlags>(mMetadata.data(), mMetadata.size());
+        if (doc.HasParseError() || !doc.IsObject()) {
+            FactHeartbeatMetric::GetInstance().addCount("VectorMetadataErrorCount");
+            throw std::runtime_error("Failed to parse json: " + mMetadata);
+        }
+    }
+    auto& allocator = doc.GetAllocator();
+    doc.AddMember(
+        rapidjson::Value(key.data(), static_cast<rapidjson::SizeType>(key.size()), allocator),
+        rapidjson::Value(value.data(), static_cast<rapidjson::SizeType>(value.size()), allocator),
+        allocator);
+    mMetadata = json::Serialize(doc);
+}
+
+uint32_t Vector::memSize() const {
+    return static_cast<uint32_t>(mElements.size() * 4 + 36 + mMetadata.size());
+}
+
+}  // namespace fact
