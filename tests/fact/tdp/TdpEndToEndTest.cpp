@@ -84,6 +84,26 @@ TEST(TdpEndToEndTest, EcsTraceBecomesVectorsThroughTheAnalyticsLibrary) {
                               R"({"key":"time_delta_seconds","value":"0"}]})"));
     EXPECT_EQ(logs.count("Vemo:TdpManager", "Failed to send"), 0u);
 
+    // A campaign whose producer configuration breaks the schema fails to load
+    // and leaves the producer as it was.
+    std::string badCampaign = test::readTestFile("campaign.json");
+    const size_t version = badCampaign.find("\"version\": \"1\"");
+    ASSERT_NE(version, std::string::npos);
+    badCampaign.replace(version, 14, "\"version\": \"2\"");
+    root.writeFile("/data/vemo/bad_campaign.json", badCampaign);
+    const int32_t loadErrors =
+        FactHeartbeatMetric::GetInstance().getCount("TdpLoadConfigurationErrorCount");
+    EXPECT_EQ(fact_CreateCampaign(root.path("/data/vemo/bad_campaign.json").c_str()), 1u);
+    EXPECT_EQ(FactHeartbeatMetric::GetInstance().getCount("TdpLoadConfigurationErrorCount"),
+              loadErrors + 1);
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, "Vemo:TdpManager",
+                              "loadDataProducerConfig:Invalid keyword: enum"));
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, "Vemo:FactApi",
+                              "fact_CreateCampaign: Data Producer callback failed for campaign: "
+                              "tdp-e2e"))
+        << hostlog::describe(logs.entries());
+    EXPECT_TRUE(manager.isEnabled());
+
     // A campaign set emptied of producer configuration disables the producer:
     // further triggers send nothing.
     VectorRecorder::clear();
