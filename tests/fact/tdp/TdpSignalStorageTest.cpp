@@ -11,7 +11,6 @@ namespace tdp {
 namespace {
 
 using std::chrono::milliseconds;
-using ::testing::ElementsAre;
 
 const char kTag[] = "Vemo:TdpSignalStorage";
 const TdpTimePoint kT0{std::chrono::seconds(1000)};
@@ -34,19 +33,6 @@ void expectEmpty(const TdpSignalStorage& storage) {
     EXPECT_EQ(last.time, TdpTimePoint::min());
     EXPECT_EQ(last.state, TdpSignal::kStateNone);
     EXPECT_EQ(last.priority, TdpSignal::kLowestPriority);
-}
-
-TEST_F(TdpSignalStorageTest, LoadsStickySignalsInPriorityOrderAndPassthroughWithIndexes) {
-    ASSERT_EQ(storage.stickySignals().size(), 2u);
-    EXPECT_EQ(storage.stickySignals()[0].name, "alarm");
-    EXPECT_EQ(storage.stickySignals()[0].priority, 0);
-    EXPECT_THAT(storage.stickySignals()[0].endTransitions(),
-                ElementsAre("ALARM_STATE_IDLE", "ALARM_STATE_SNOOZED"));
-    EXPECT_EQ(storage.stickySignals()[1].name, "timer");
-    EXPECT_EQ(storage.stickySignals()[1].priority, 1);
-    EXPECT_EQ(storage.passthrough().at("VOLUME_CHANGED").outputSignal, "volume_change");
-    EXPECT_EQ(storage.passthrough().at("VOLUME_CHANGED").priority, 4);
-    EXPECT_EQ(storage.passthrough().at("BLUETOOTH_A2DP_CONNECTED").priority, 2);
 }
 
 TEST_F(TdpSignalStorageTest, StickyAlarmIsOutputWhileOnAndStoredAfterItStops) {
