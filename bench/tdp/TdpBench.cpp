@@ -19,6 +19,7 @@
 #include <string>
 
 #include "common/DeviceInfo.h"
+#include "common/VemoLogger.h"
 #include "fact/tdp/TdpJson.h"
 #include "fact/tdp/TdpManager.h"
 #include "hostlog/LogCapture.h"
@@ -161,6 +162,28 @@ void BM_DeviceFacts(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_DeviceFacts);
+
+// The debug lines the producer writes for one such event (the library's own
+// lines are on both sides), through the same sink.
+void BM_ProducerLogLines(benchmark::State& state) {
+    Setup& s = setup();
+    const vemo::VemoLogger manager{"TdpManager"};
+    const vemo::VemoLogger handler{"TdpSignalHandler"};
+    const vemo::VemoLogger storage{"TdpSignalStorage"};
+    const vemo::VemoLogger producer{"TdpEventProducer"};
+    LogSink sink;
+    for (auto _ : state) {
+        manager.d("%s:TdpManager::handleEcsEvent()", "handleEcsEvent");
+        handler.d("%s:TdpSignalStorage::processEcsEvent", "processEcsEvent");
+        storage.d("%s:TdpSignalStorage::updateSignals()", "updateSignals");
+        storage.d("%s:TdpSignalStorage::updateSignals() - Found %s in passthrough", "updateSignals",
+                  "VOLUME_CHANGED");
+        producer.d("%s:TdpEventProducer::produceEvent", "produceEvent");
+        manager.d("%s:TdpManager::sendEvent() - %s", "sendEvent", s.lastEvent.c_str());
+        sink.tick(state);
+    }
+}
+BENCHMARK(BM_ProducerLogLines);
 
 }  // namespace
 
