@@ -50,10 +50,17 @@ std::string Campaign::GetApplicationId(const InputEvent& event) const {
 
 Vector Campaign::CreateVector(const InputEvent& event) const {
     Vector result(0, "");
+    bool first = true;
     for (const auto& producer : mVectorProducers) {
         const bool forge = mPolicy && mPolicy->ForgeEvent(producer->vectorSize());
-        result.Concatenate(forge ? producer->CreateForgeVector(event)
-                                 : producer->CreateVector(event));
+        Vector vector = forge ? producer->CreateForgeVector(event) : producer->CreateVector(event);
+        // Concatenating onto the empty start vector would only copy.
+        if (first) {
+            result = std::move(vector);
+            first = false;
+        } else {
+            result.Concatenate(vector);
+        }
     }
     result.AddMetadataField("campaign_id", mSchema.campaignId);
     return result;

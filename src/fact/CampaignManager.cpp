@@ -70,12 +70,14 @@ void CampaignManager::CreateOrUpdateVectorInMap(const InputEvent& event) {
                                          applicationId);
             }
             stored->second += vector;
+            mVectorsMemSize += vector.memSize();
         } else {
-            mVectors.emplace(applicationId, vector);
+            mVectorsMemSize += vector.memSize();
+            mVectors.emplace(applicationId, std::move(vector));
         }
-        mVectorsMemSize += vector.memSize();
+        static const std::string kMemSizeDatapoint = "VectorMemSizeInKb";
         FactHeartbeatMetric::GetInstance().setCounterDatapoint(
-            "VectorMemSizeInKb", static_cast<int32_t>(mVectorsMemSize) / 1024);
+            kMemSizeDatapoint, static_cast<int32_t>(mVectorsMemSize) / 1024);
     }
     if (CheckUploadCriteria() && mVectorsMemSize != 0) {
         SendAndClearVectors();

@@ -15,26 +15,28 @@
 namespace fact {
 namespace {
 
-struct ParsedSchema {
+std::shared_ptr<const CampaignSchemaProvider::ParsedSchema> parseSchema(const std::string& text);
+
+}  // namespace
+
+struct CampaignSchemaProvider::ParsedSchema {
     std::unique_ptr<rapidjson::SchemaDocument> document;
     std::string error;
 };
 
-// Parsed on first use, once per process.
-const ParsedSchema& campaignSchema() {
-    static const ParsedSchema parsed = [] {
-        ParsedSchema result;
-        rapidjson::Document doc;
-        doc.Parse(CampaignSchema::kSchema.c_str());
-        if (doc.HasParseError()) {
-            result.error = std::string(rapidjson::GetParseError_En(doc.GetParseError())) +
-                           " (offset " + std::to_string(doc.GetErrorOffset()) + ")";
-        } else {
-            result.document = std::make_unique<rapidjson::SchemaDocument>(doc);
-        }
-        return result;
-    }();
-    return parsed;
+namespace {
+
+std::shared_ptr<const CampaignSchemaProvider::ParsedSchema> parseSchema(const std::string& text) {
+    auto result = std::make_shared<CampaignSchemaProvider::ParsedSchema>();
+    rapidjson::Document doc;
+    doc.Parse(text.c_str());
+    if (doc.HasParseError()) {
+        result->error = std::string(rapidjson::GetParseError_En(doc.GetParseError())) +
+                        " (offset " + std::to_string(doc.GetErrorOffset()) + ")";
+    } else {
+        result->document = std::make_unique<rapidjson::SchemaDocument>(doc);
+    }
+    return result;
 }
 
 std::string readFile(const std::string& path) {
@@ -42,6 +44,14 @@ std::string readFile(const std::string& path) {
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
         throw std::runtime_error("Failed to open config file: " + path);
+    }
+    // Real campaigns are kilobytes; the bound keeps a stray file from being
+    // read whole and validated for minutes.
+    constexpr off_t kMaxSize = 16 << 20;
+    if (info.st_size > kMaxSize) {
+        throw std::runtime_error("Config file too large: " + path + " (" +
+                                 std::to_string(info.st_size) + " bytes, limit " +
+                                 std::to_string(kMaxSize) + ")");
     }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
@@ -257,6 +267,16 @@ CampaignSchema convert(const std::string& path, const rapidjson::Document& doc,
 
 }  // namespace
 
+CampaignSchemaProvider::CampaignSchemaProvider() {
+    // Parsed on first use, once per process.
+    static const std::shared_ptr<const ParsedSchema> embedded =
+        parseSchema(CampaignSchema::kSchema);
+    mSchema = embedded;
+}
+
+CampaignSchemaProvider::CampaignSchemaProvider(const std::string& schemaText)
+    : mSchema(parseSchema(schemaText)) {}
+
 std::unordered_map<std::string, CampaignSchema> CampaignSchemaProvider::LoadConfig(
     const std::string& path) const {
     try {
@@ -267,11 +287,10 @@ std::unordered_map<std::string, CampaignSchema> CampaignSchemaProvider::LoadConf
         if (doc.HasParseError() || json::TooDeep(doc)) {
             throw std::runtime_error("Failed to parse " + path + ". Content: " + content);
         }
-        const ParsedSchema& parsed = campaignSchema();
-        if (!parsed.document) {
-            throw std::runtime_error("Failed to parse schema: " + parsed.error);
+        if (!mSchema->document) {
+            throw std::runtime_error("Failed to parse schema: " + mSchema->error);
         }
-        rapidjson::SchemaValidator validator(*parsed.document);
+        rapidjson::SchemaValidator validator(*mSchema->document);
         if (!doc.Accept(validator)) {
             throw std::runtime_error(json::ValidationError(validator, "Invalid Keyword: "));
         }

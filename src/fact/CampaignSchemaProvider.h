@@ -5,8 +5,9 @@
 // "Failed to load campaign config from path: <path> Error: " followed by the
 // text of the step that failed; no partial record is ever returned.
 //
-// No state of its own; any thread.
+// Holds only a shared pointer to the parsed schema; any thread.
 
+#include <memory>
 #include <string>
 #include <unordered_map>
 
@@ -18,11 +19,23 @@ namespace fact {
 
 class CampaignSchemaProvider {
   public:
+    struct ParsedSchema;
+
+    // Validates against the embedded campaign schema.
+    CampaignSchemaProvider();
+    // Validates against another schema text (parsed here, once). The
+    // conversion still expects the campaign document's structure; this is
+    // the seam for exercising the conversion's own checks.
+    explicit CampaignSchemaProvider(const std::string& schemaText);
+
     // One entry, keyed by the document's "campaign_id".
     std::unordered_map<std::string, CampaignSchema> LoadConfig(const std::string& path) const;
 
     // Converts one "data" item (already schema-valid) into its configuration.
     VectorProducerConfig LoadVectorProducerConfig(const rapidjson::Value& item) const;
+
+  private:
+    std::shared_ptr<const ParsedSchema> mSchema;
 };
 
 }  // namespace fact

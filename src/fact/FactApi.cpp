@@ -93,12 +93,13 @@ std::vector<std::string> splitValues(const std::string& middle) {
 extern "C" {
 
 fact_status_t factVemo_SetVectorCallback(fact_vector_callback_t vectorCallback) {
-    return guarded(__func__, [&] {
+    const char* const fn = __func__;
+    return guarded(fn, [&] {
         if (vectorCallback == nullptr) {
-            logger.e("%s:vector_callback is null", __func__);
+            logger.e("%s:vector_callback is null", fn);
             return kFailed;
         }
-        logger.i("%s:Set Vector Callback", __func__);
+        logger.i("%s:Set Vector Callback", fn);
         manager().SetSendVectorCallback([vectorCallback](
                                             const fact::CampaignManager::VectorMap& vectors) {
             for (const auto& entry : vectors) {
@@ -115,17 +116,18 @@ fact_status_t factVemo_SetVectorCallback(fact_vector_callback_t vectorCallback) 
 
 fact_status_t factDataProducerAdapter_SetConfigurationCallback(
     const char* dataProducerName, fact_config_callback_t configCallback) {
-    return guarded(__func__, [&] {
+    const char* const fn = __func__;
+    return guarded(fn, [&] {
         const std::string name = orEmpty(dataProducerName);
         if (name.empty()) {
-            logger.e("%s:dataProducerName is empty", __func__);
+            logger.e("%s:dataProducerName is empty", fn);
             return kFailed;
         }
         if (configCallback == nullptr) {
-            logger.e("%s:config_callback is null", __func__);
+            logger.e("%s:config_callback is null", fn);
             return kFailed;
         }
-        logger.i("%s:Set DataProducer Configuration Callback for DataProducer: %s", __func__,
+        logger.i("%s:Set DataProducer Configuration Callback for DataProducer: %s", fn,
                  name.c_str());
         manager().SetDataProducerConfigCallback(
             name, [configCallback](const std::string& dataProducer, const std::string& config) {
@@ -138,38 +140,41 @@ fact_status_t factDataProducerAdapter_SetConfigurationCallback(
 }
 
 fact_status_t fact_CreateCampaign(const char* path) {
-    return guarded(__func__, [&] {
+    const char* const fn = __func__;
+    return guarded(fn, [&] {
         const std::string campaignPath = orEmpty(path);
-        logger.i("%s:Load Campaign Configuration from Path: %s", __func__, campaignPath.c_str());
+        logger.i("%s:Load Campaign Configuration from Path: %s", fn, campaignPath.c_str());
         manager().LoadConfig(campaignPath);
         return kOk;
     });
 }
 
 fact_status_t factDataProducerAdapter_SendEvent(const char* dataProducer, const char* factEvent) {
-    return guarded(__func__, [&] {
+    const char* const fn = __func__;
+    return guarded(fn, [&] {
         if (dataProducer == nullptr || *dataProducer == '\0') {
-            logger.e("%s:dataProducer is empty", __func__);
+            logger.e("%s:dataProducer is empty", fn);
             return kFailed;
         }
         if (factEvent == nullptr || *factEvent == '\0') {
-            logger.e("%s:factEvent is empty", __func__);
+            logger.e("%s:factEvent is empty", fn);
             return kFailed;
         }
-        logger.d("%s:Received Event from DataProducer: %s", __func__, dataProducer);
+        logger.d("%s:Received Event from DataProducer: %s", fn, dataProducer);
         manager().CreateOrUpdateVectorInMap(fact::InputEvent(factEvent));
         return kOk;
     });
 }
 
 fact_status_t fact_DeleteCampaign(const char* campaignId) {
-    return guarded(__func__, [&] {
+    const char* const fn = __func__;
+    return guarded(fn, [&] {
         const std::string id = orEmpty(campaignId);
         if (id.empty()) {
-            logger.e("%s:campaignId is empty", __func__);
+            logger.e("%s:campaignId is empty", fn);
             return kFailed;
         }
-        logger.i("%s:Delete Campaign with Id: %s", __func__, id.c_str());
+        logger.i("%s:Delete Campaign with Id: %s", fn, id.c_str());
         if (!manager().DeleteCampaign(id)) {
             throw std::invalid_argument("No campaign with id: " + id);
         }
@@ -179,23 +184,23 @@ fact_status_t fact_DeleteCampaign(const char* campaignId) {
 
 fact_status_t fact_SplitApplicationId(const char* campaignId, const char* applicationId,
                                       fact_split_callback_t resultCallback) {
-    return guarded(__func__, [&] {
+    const char* const fn = __func__;
+    return guarded(fn, [&] {
         const std::string id = orEmpty(campaignId);
         const std::string appId = orEmpty(applicationId);
         if (id.empty()) {
-            logger.e("%s:campaignId is empty", __func__);
+            logger.e("%s:campaignId is empty", fn);
             return kFailed;
         }
         if (appId.empty()) {
-            logger.e("%s:applicationId is empty", __func__);
+            logger.e("%s:applicationId is empty", fn);
             return kFailed;
         }
         if (resultCallback == nullptr) {
-            logger.e("%s:result_callback is null", __func__);
+            logger.e("%s:result_callback is null", fn);
             return kFailed;
         }
-        logger.i("%s:Split ApplicationId: %s for CampaignId: %s", __func__, appId.c_str(),
-                 id.c_str());
+        logger.i("%s:Split ApplicationId: %s for CampaignId: %s", fn, appId.c_str(), id.c_str());
         const fact::CampaignSchema& schema = campaignOrThrow(id).schema();
         // Producer and campaign id are not escaped, so they are matched as a
         // known prefix and suffix rather than split.
@@ -227,21 +232,22 @@ fact_status_t fact_SplitApplicationId(const char* campaignId, const char* applic
 fact_status_t factVector_Deserialize(const char* campaignId, const int* vectorData,
                                      unsigned int vectorSize,
                                      fact_vector_callback_t resultCallback) {
-    return guarded(__func__, [&] {
+    const char* const fn = __func__;
+    return guarded(fn, [&] {
         const std::string id = orEmpty(campaignId);
         if (id.empty()) {
-            logger.e("%s:campaignId is empty", __func__);
+            logger.e("%s:campaignId is empty", fn);
             return kFailed;
         }
         if (resultCallback == nullptr) {
-            logger.e("%s:result_callback is null", __func__);
+            logger.e("%s:result_callback is null", fn);
             return kFailed;
         }
-        logger.i("%s:Deserialize Vector of CampaignId: %s", __func__, id.c_str());
+        logger.i("%s:Deserialize Vector of CampaignId: %s", fn, id.c_str());
         const fact::Campaign& campaign = campaignOrThrow(id);
         if (vectorSize == 0 || vectorData == nullptr ||
             vectorSize != static_cast<unsigned int>(campaign.VectorLength())) {
-            logger.e("%s:vectorSize is invalid", __func__);
+            logger.e("%s:vectorSize is invalid", fn);
             return kFailed;
         }
         fact::Vector vector(0, campaign.VectorMetadata());

@@ -1,7 +1,9 @@
 #include "fact/InputEvent.h"
 
 #include <rapidjson/document.h>
+#include <rapidjson/encodedstream.h>
 #include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
 #include <rapidjson/schema.h>
 
 #include <memory>
@@ -54,22 +56,38 @@ InputEvent::InputEvent(const std::string& jsonText) {
     if (jsonText.empty()) {
         throw std::runtime_error("Empty InputEvent json");
     }
+    if (jsonText.size() > kMaxJsonSize) {
+        throw std::runtime_error("Oversized InputEvent json: " + std::to_string(jsonText.size()) +
+                                 " bytes, limit " + std::to_string(kMaxJsonSize));
+    }
     const rapidjson::SchemaDocument* schema = eventSchema();
     if (schema == nullptr) {
         throw std::runtime_error("Failed to parse Input Event schema");
     }
+    // One pass parses, validates and builds the DOM (no recursion, so no
+    // nesting limit is needed). The messages keep the order of parsing
+    // first: a validation failure is reported only once the whole text is
+    // known to parse.
+    rapidjson::MemoryStream memory(jsonText.data(), jsonText.size());
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> input(memory);
+    rapidjson::SchemaValidatingReader<json::kParseFlags, decltype(input), rapidjson::UTF8<>> reader(
+        input, *schema);
     rapidjson::Document doc;
-    doc.Parse<json::kParseFlags>(jsonText.data(), jsonText.size());
-    if (doc.HasParseError()) {
+    doc.Populate(reader);
+    if (!reader.GetParseResult()) {
+        rapidjson::ParseErrorCode code = reader.GetParseResult().Code();
+        if (!reader.IsValid()) {
+            rapidjson::Document syntax;
+            syntax.Parse<json::kParseFlags>(jsonText.data(), jsonText.size());
+            if (!syntax.HasParseError()) {
+                throw std::runtime_error(json::ValidationError(
+                    reader.GetInvalidSchemaPointer(), reader.GetInvalidSchemaKeyword(),
+                    reader.GetInvalidDocumentPointer(), "Invalid keyword: "));
+            }
+            code = syntax.GetParseError();
+        }
         throw std::runtime_error(std::string("Failed to parse json: ") +
-                                 rapidjson::GetParseError_En(doc.GetParseError()));
-    }
-    if (json::TooDeep(doc)) {
-        throw std::runtime_error("Failed to parse json: Nesting deeper than 64 levels.");
-    }
-    rapidjson::SchemaValidator validator(*schema);
-    if (!doc.Accept(validator)) {
-        throw std::runtime_error(json::ValidationError(validator, "Invalid keyword: "));
+                                 rapidjson::GetParseError_En(code));
     }
     dataProducer.assign(doc["data_producer"].GetString(), doc["data_producer"].GetStringLength());
     const auto& items = doc["attributes"].GetArray();

@@ -12,7 +12,12 @@ namespace fact {
 
 class InputEvent {
   public:
-    // Throws std::runtime_error: "Empty InputEvent json", "Failed to parse
+    // Longer event texts are refused: validating "uniqueItems" costs time
+    // quadratic in the number of attributes, under the library's lock.
+    static constexpr size_t kMaxJsonSize = 65536;
+
+    // Throws std::runtime_error: "Empty InputEvent json", "Oversized
+    // InputEvent json: <n> bytes, limit 65536", "Failed to parse
     // Input Event schema", "Failed to parse json: <error>" or "Invalid schema:
     // ...\nInvalid keyword: ...\nInvalid document: ...". A later duplicate key
     // keeps the first value.

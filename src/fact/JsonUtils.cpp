@@ -40,19 +40,25 @@ const char* TypeName(const rapidjson::Value& value) {
     return kNames[value.GetType()];
 }
 
-std::string ValidationError(const rapidjson::SchemaValidator& validator, const char* keywordLabel) {
-    rapidjson::StringBuffer schemaPointer;
-    validator.GetInvalidSchemaPointer().StringifyUriFragment(schemaPointer);
-    rapidjson::StringBuffer documentPointer;
-    validator.GetInvalidDocumentPointer().StringifyUriFragment(documentPointer);
+std::string ValidationError(const rapidjson::Pointer& schemaPointer, const char* keyword,
+                            const rapidjson::Pointer& documentPointer, const char* keywordLabel) {
+    rapidjson::StringBuffer schemaText;
+    schemaPointer.StringifyUriFragment(schemaText);
+    rapidjson::StringBuffer documentText;
+    documentPointer.StringifyUriFragment(documentText);
     std::string text = "Invalid schema: ";
-    text += schemaPointer.GetString();
+    text += schemaText.GetString();
     text += "\n";
     text += keywordLabel;
-    text += validator.GetInvalidSchemaKeyword();
+    text += keyword;
     text += "\nInvalid document: ";
-    text += documentPointer.GetString();
+    text += documentText.GetString();
     return text;
+}
+
+std::string ValidationError(const rapidjson::SchemaValidator& validator, const char* keywordLabel) {
+    return ValidationError(validator.GetInvalidSchemaPointer(), validator.GetInvalidSchemaKeyword(),
+                           validator.GetInvalidDocumentPointer(), keywordLabel);
 }
 
 std::string Serialize(const rapidjson::Value& value) {

@@ -28,6 +28,8 @@ bool TooDeep(const rapidjson::Value& root);
 const char* TypeName(const rapidjson::Value& value);
 
 // "Invalid schema: <schema pointer>\n<keywordLabel><keyword>\nInvalid document: <doc pointer>".
+std::string ValidationError(const rapidjson::Pointer& schemaPointer, const char* keyword,
+                            const rapidjson::Pointer& documentPointer, const char* keywordLabel);
 std::string ValidationError(const rapidjson::SchemaValidator& validator, const char* keywordLabel);
 
 // Compact JSON text of a value.

@@ -26,6 +26,7 @@ Vector& Vector::operator+=(const Vector& other) {
     }
     if (mMetadata.empty()) {
         mMetadata = other.mMetadata;
+        mMetadataWellFormed = other.mMetadataWellFormed;
     }
     return *this;
 }
@@ -35,14 +36,73 @@ void Vector::Concatenate(const Vector& other) {
     mElements.insert(mElements.end(), other.mElements.begin(), other.mElements.end());
     if (mMetadata.empty()) {
         mMetadata = other.mMetadata;
+        mMetadataWellFormed = other.mMetadataWellFormed;
     }
 }
 
+namespace {
+
+// Appends a JSON string literal escaped exactly as RapidJSON's Writer
+// escapes it: quote, backslash and control characters, uppercase hex.
+void appendJsonString(std::string& out, const std::string& text) {
+    static const char kHex[] = "0123456789ABCDEF";
+    out += '"';
+    for (const char c : text) {
+        const unsigned char u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u >= 0x20) {
+            out += c;
+        } else {
+            out += '\\';
+            switch (u) {
+                case '\b':
+                    out += 'b';
+                    break;
+                case '\t':
+                    out += 't';
+                    break;
+                case '\n':
+                    out += 'n';
+                    break;
+                case '\f':
+                    out += 'f';
+                    break;
+                case '\r':
+                    out += 'r';
+                    break;
+                default:
+                    out += "u00";
+                    out += kHex[u >> 4];
+                    out += kHex[u & 0xF];
+            }
+        }
+    }
+    out += '"';
+}
+
+}  // namespace
+
 void Vector::AddMetadataField(const std::string& key, const std::string& value) {
+    // Metadata this vector wrote itself is known to be a compact non-empty
+    // object: appending the member gives the same text as parsing, adding
+    // and writing it again, at a fraction of the cost on every event.
+    if (mMetadata.empty() || mMetadataWellFormed) {
+        if (mMetadata.empty()) {
+            mMetadata += '{';
+        } else {
+            mMetadata.back() = ',';
+        }
+        appendJsonString(mMetadata, key);
+        mMetadata += ':';
+        appendJsonString(mMetadata, value);
+        mMetadata += '}';
+        mMetadataWellFormed = true;
+        return;
+    }
     rapidjson::Document doc;
-    if (mMetadata.empty()) {
-        doc.SetObject();
-    } else {
+    {
         doc.Parse<json::kParseFlags>(mMetadata.data(), mMetadata.size());
         if (doc.HasParseError() || !doc.IsObject()) {
             FactHeartbeatMetric::GetInstance().addCount("VectorMetadataErrorCount");
@@ -55,6 +115,7 @@ void Vector::AddMetadataField(const std::string& key, const std::string& value) 
         rapidjson::Value(value.data(), static_cast<rapidjson::SizeType>(value.size()), allocator),
         allocator);
     mMetadata = json::Serialize(doc);
+    mMetadataWellFormed = true;
 }
 
 uint32_t Vector::memSize() const {

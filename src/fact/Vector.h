@@ -36,6 +36,10 @@ class Vector {
   private:
     std::vector<int32_t> mElements;
     std::string mMetadata;
+    // True when mMetadata was written by AddMetadataField (a compact object
+    // with at least one member), so the next field can be appended without
+    // parsing it again. False for metadata given from outside.
+    bool mMetadataWellFormed = false;
 };
 
 }  // namespace fact

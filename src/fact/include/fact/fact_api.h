@@ -70,6 +70,8 @@ fact_status_t fact_DeleteCampaign(const char* campaignId);
  * `resultCallback` once per cohort filter, in the campaign's order, with the
  * filter name and its value. Fails (1) when the id does not belong to the
  * campaign, has the wrong number of parts, or the callback returns non-zero.
+ * The composition escapes "_" but not "\", so a value that ends in a
+ * backslash cannot be told apart from an escaped "_" and does not split back.
  */
 fact_status_t fact_SplitApplicationId(const char* campaignId, const char* applicationId,
                                       fact_split_callback_t resultCallback);

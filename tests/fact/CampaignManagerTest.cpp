@@ -1,0 +1,203 @@
+#include "fact/CampaignManager.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "FactTestSupport.h"
+#include "TempDeviceRoot.h"
+#include "fact/FactHeartbeatMetric.h"
+
+namespace {
+
+using fact::CampaignManager;
+using fact::InputEvent;
+using fact::test::dataPath;
+using fact::test::editedCampaign;
+using fact::test::eventText;
+using namespace std::chrono_literals;
+
+class FakeClock : public fact::SteadyClock {
+  public:
+    std::chrono::steady_clock::time_point now() const override { return current; }
+    std::chrono::steady_clock::time_point current{};
+};
+
+class CampaignManagerTest : public ::testing::Test {
+  protected:
+    CampaignManagerTest() : clock(std::make_shared<FakeClock>()), manager(clock) {
+        manager.SetSendVectorCallback(
+            [this](const CampaignManager::VectorMap& vectors) { sends.push_back(vectors); });
+    }
+
+    std::string write(const std::string& text) {
+        const std::string name = "/data/c" + std::to_string(files++) + ".json";
+        root.writeFile(name, text);
+        return root.path(name);
+    }
+
+    void send(const std::string& x, const std::string& y, const std::string& alpha = "15") {
+        manager.CreateOrUpdateVectorInMap(InputEvent(eventText(
+            "tdp", {{"x", x}, {"y", y}, {"alpha", alpha}, {"beta", "b1"}, {"flag", "true"}})));
+    }
+
+    vemo::test::TempDeviceRoot root;
+    int files = 0;
+    std::shared_ptr<FakeClock> clock;
+    CampaignManager manager;
+    std::vector<CampaignManager::VectorMap> sends;
+};
+
+TEST_F(CampaignManagerTest, SumsPerApplicationIdUntilTheSizeCriterion) {
+    // Campaign privacy cannot be scripted here, so it is made negligible.
+    manager.LoadConfig(write(editedCampaign("campaign_two_producers.json",
+                                            {{"/differential_privacy_config/epsilon", "3"}})));
+    send("a_b", "c");
+    ASSERT_TRUE(sends.empty());
+    const uint32_t one = manager.vectorsMemSize();
+    const auto& first = manager.vectors().at("tdp_a\\_b_c_C_1");
+    EXPECT_EQ(10u, first.elements().size());
+    EXPECT_EQ(10u * 4 + 36 + first.metadata().size(), one);
+    EXPECT_EQ(R"({"differential_privacy":"{\"cohort_size\": 100}","campaign_id":"C_1"})",
+              first.metadata());
+    EXPECT_EQ((std::vector<int32_t>{0, 0, 0, 0, 1, 0, 0, 0, 0, 1}), first.elements());
+
+    send("a_b", "c", "25");
+    send("other", "c");
+    ASSERT_EQ(2u, manager.vectors().size());
+    EXPECT_EQ((std::vector<int32_t>{0, 0, 0, 0, 1, 0, 1, 0, 0, 2}),
+              manager.vectors().at("tdp_a\\_b_c_C_1").elements());
+    EXPECT_EQ(3 * one, manager.vectorsMemSize());
+    EXPECT_EQ(static_cast<int>(3 * one / 1024),
+              fact::FactHeartbeatMetric::GetInstance().getCount("VectorMemSizeInKb"));
+
+    // An event without cohort attribute "y" counts nothing.
+    manager.CreateOrUpdateVectorInMap(InputEvent(eventText("tdp", {{"x", "a"}})));
+    EXPECT_EQ(3 * one, manager.vectorsMemSize());
+
+    const uint32_t needed = (1024 + one - 1) / one;  // events to reach 1024 bytes
+    for (uint32_t i = 3; i < needed - 1; ++i)
+        send("a_b", "c");
+    EXPECT_TRUE(sends.empty());
+    send("a_b", "c");
+    ASSERT_EQ(1u, sends.size());
+    EXPECT_EQ(2u, sends[0].size());
+    EXPECT_TRUE(manager.vectors().empty());
+    EXPECT_EQ(0u, manager.vectorsMemSize());
+}
+
+TEST_F(CampaignManagerTest, TimeCriterionUsesWholeSecondsSinceTheLastSend) {
+    manager.LoadConfig(write(editedCampaign("campaign_two_producers.json",
+                                            {{"/differential_privacy_config/epsilon", "3"}})));
+    clock->current += 3599s + 999ms;
+    send("a", "b");
+    EXPECT_TRUE(sends.empty());
+    clock->current += 1ms;
+    send("a", "b");
+    ASSERT_EQ(1u, sends.size());
+    EXPECT_EQ(2, sends[0].at("tdp_a_b_C_1").elements()[4]);
+    clock->current += 3599s;
+    send("a", "b");
+    EXPECT_EQ(1u, sends.size());  // counted from the send, not from the start
+}
+
+TEST_F(CampaignManagerTest, TimeZeroSendsEveryEventAndNoCallbackJustClears) {
+    manager.LoadConfig(
+        write(editedCampaign("campaign_two_producers.json",
+                             {{"/upload_frequency", R"([{"type": "time_seconds", "value": 0}])"},
+                              {"/differential_privacy_config/epsilon", "3"}})));
+    send("a", "b");
+    send("a", "b");
+    EXPECT_EQ(2u, sends.size());
+    manager.SetSendVectorCallback(nullptr);
+    send("a", "b");
+    EXPECT_EQ(2u, sends.size());
+    EXPECT_TRUE(manager.vectors().empty());
+}
+
+TEST_F(CampaignManagerTest, ChangedVectorLengthForAnIdIsRefused) {
+    manager.LoadConfig(write(editedCampaign("campaign_two_producers.json",
+                                            {{"/differential_privacy_config/epsilon", "3"}})));
+    send("a", "b");
+    manager.LoadConfig(
+        write(editedCampaign("campaign_two_producers.json",
+                             {{"/data/1", "-"}, {"/differential_privacy_config/epsilon", "3"}})));
+    auto& metric = fact::FactHeartbeatMetric::GetInstance();
+    const int before = metric.getCount("VectorMismatchCount");
+    try {
+        send("a", "b");
+        ADD_FAILURE();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ("Vector size mismatch for application id: tdp_a_b_C_1", e.what());
+    }
+    EXPECT_EQ(before + 1, metric.getCount("VectorMismatchCount"));
+    EXPECT_EQ(10u, manager.vectors().at("tdp_a_b_C_1").elements().size());
+}
+
+TEST_F(CampaignManagerTest, DataProducerConfiguration) {
+    std::vector<std::string> calls;
+    int answer = 0;
+    manager.SetDataProducerConfigCallback("b-producer",
+                                          [&](const std::string& p, const std::string& c) {
+                                              calls.push_back(p + "|" + c);
+                                              return answer;
+                                          });
+    manager.SetDataProducerConfigCallback("a-producer",
+                                          [&](const std::string& p, const std::string& c) {
+                                              calls.push_back("first:" + p + "|" + c);
+                                              return answer;
+                                          });
+    manager.SetDataProducerConfigCallback("a-producer",
+                                          [&](const std::string&, const std::string&) {
+                                              calls.push_back("replaced");
+                                              return 0;
+                                          });
+    manager.LoadConfig(dataPath("campaign_basic.json"));
+    EXPECT_EQ((std::vector<std::string>{
+                  R"(first:a-producer|{"ecs_sensory_events":[{"name":"wakeword","priority":1}]})"}),
+              calls);
+
+    answer = 2;
+    auto& metric = fact::FactHeartbeatMetric::GetInstance();
+    const int before = metric.getCount("TdpLoadConfigurationErrorCount");
+    try {
+        manager.LoadConfig(dataPath("campaign_two_producers.json"));
+        ADD_FAILURE();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ("Data Producer callback failed for campaign: C_1", e.what());
+    }
+    EXPECT_EQ(before + 1, metric.getCount("TdpLoadConfigurationErrorCount"));
+    EXPECT_NE(nullptr, manager.GetCampaign("C_1"));  // stays loaded
+    EXPECT_EQ(nullptr, manager.GetCampaign("wakeword_latency"));
+}
+
+TEST_F(CampaignManagerTest, FailedLoadsAndDeletes) {
+    manager.LoadConfig(dataPath("campaign_basic.json"));
+    // A loader error keeps the loaded campaign.
+    EXPECT_THROW(manager.LoadConfig("/missing.json"), std::runtime_error);
+    EXPECT_NE(nullptr, manager.GetCampaign("wakeword_latency"));
+    // Privacy parameters that cannot serve the vector remove every campaign.
+    try {
+        manager.LoadConfig(write(editedCampaign("campaign_two_producers.json",
+                                                {{"/differential_privacy_config/epsilon", "10"}})));
+        ADD_FAILURE();
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(
+            "p should be less than 1. Please check your DifferentialPrivayConfig match "
+            "with CampaignSchema",
+            e.what());
+    }
+    EXPECT_EQ(nullptr, manager.GetCampaign("wakeword_latency"));
+    EXPECT_FALSE(manager.CheckUploadCriteria());
+
+    manager.LoadConfig(dataPath("campaign_basic.json"));
+    EXPECT_TRUE(manager.DeleteCampaign("wakeword_latency"));
+    EXPECT_FALSE(manager.DeleteCampaign("wakeword_latency"));
+    EXPECT_FALSE(manager.CheckUploadCriteria());
+}
+
+}  // namespace

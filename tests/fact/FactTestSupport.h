@@ -1,0 +1,79 @@
+#pragma once
+// Shared helpers of the analytics library's tests: fixture paths, campaign
+// documents edited through JSON pointers, and event texts.
+
+#include <rapidjson/document.h>
+#include <rapidjson/pointer.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace fact {
+namespace test {
+
+inline std::string dataPath(const std::string& name) {
+    return std::string(FACT_TEST_DATA_DIR) + "/" + name;
+}
+
+inline std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+inline void writeText(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// The fixture `name` with each (JSON pointer, JSON value text) applied; a
+// value text of "-" removes the member.
+inline std::string editedCampaign(const std::string& name,
+                                  const std::vector<std::pair<std::string, std::string>>& edits) {
+    rapidjson::Document doc;
+    doc.Parse(readText(dataPath(name)).c_str());
+    for (const auto& edit : edits) {
+        if (edit.second == "-") {
+            rapidjson::Pointer(edit.first.c_str()).Erase(doc);
+            continue;
+        }
+        rapidjson::Document value(&doc.GetAllocator());
+        value.Parse(edit.second.c_str());
+        rapidjson::Pointer(edit.first.c_str()).Set(doc, value);
+    }
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    doc.Accept(writer);
+    return buffer.GetString();
+}
+
+// {"data_producer": producer, "attributes": [{"key": k, "value": v}, ...]}
+inline std::string eventText(const std::string& producer,
+                             const std::vector<std::pair<std::string, std::string>>& attributes) {
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartObject();
+    writer.Key("data_producer");
+    writer.String(producer.c_str());
+    writer.Key("attributes");
+    writer.StartArray();
+    for (const auto& a : attributes) {
+        writer.StartObject();
+        writer.Key("key");
+        writer.String(a.first.c_str());
+        writer.Key("value");
+        writer.String(a.second.c_str());
+        writer.EndObject();
+    }
+    writer.EndArray();
+    writer.EndObject();
+    return buffer.GetString();
+}
+
+}  // namespace test
+}  // namespace fact

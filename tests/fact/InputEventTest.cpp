@@ -1,0 +1,67 @@
+#include "fact/InputEvent.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+using fact::InputEvent;
+
+std::string failure(const std::string& text) {
+    try {
+        InputEvent event(text);
+        return "ok";
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+}
+
+TEST(InputEventTest, CopiesProducerAndAttributesFirstValueWins) {
+    const InputEvent event(R"({"data_producer": "tdp", "extra": [1, {"x": null}],
+        "attributes": [{"key": "a", "value": "1"}, {"key": "b", "value": "x_y", "more": 2},
+                       {"key": "a", "value": "2"}]})");
+    EXPECT_EQ("tdp", event.dataProducer);
+    ASSERT_EQ(2u, event.attributes.size());
+    EXPECT_EQ("1", event.attributes.at("a"));
+    EXPECT_EQ("x_y", event.attributes.at("b"));
+}
+
+TEST(InputEventTest, RefusesBadTextsWithExactErrors) {
+    struct Row {
+        std::string text, error;
+    };
+    const Row rows[] = {
+        {"", "Empty InputEvent json"},
+        {"[", "Failed to parse json: Invalid value."},
+        {"{} x", "Failed to parse json: The document root must not be followed by other values."},
+        {R"({"data_producer": "p"})",
+         "Invalid schema: #\nInvalid keyword: required\nInvalid document: #"},
+        {R"({"data_producer": "p", "attributes": [{"key": "k", "value": "v"}, {"key": "k", "value": "v"}]})",
+         "Invalid schema: #/properties/attributes\nInvalid keyword: uniqueItems\nInvalid document: "
+         "#/attributes/1"},
+        {R"({"data_producer": "p", "attributes": [{"key": "k"}]})",
+         "Invalid schema: #/properties/attributes/items\nInvalid keyword: required\nInvalid "
+         "document: #/attributes/0"},
+        {R"("text")", "Invalid schema: #\nInvalid keyword: type\nInvalid document: #"},
+        // Invalid early and broken later: parsing is reported first.
+        {R"({"data_producer": 5, "attributes": [)", "Failed to parse json: Invalid value."},
+        {std::string(30000, '[') + std::string(30000, ']'),
+         "Invalid schema: #\nInvalid keyword: type\nInvalid document: #"},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(row.error, failure(row.text)) << row.text;
+    }
+    std::string big = R"({"data_producer": "p", "attributes": [{"key": "k", "value": ")";
+    big += std::string(65536 - big.size() - 4, 'v') + "\"}]}";
+    ASSERT_EQ(65536u, big.size());
+    EXPECT_EQ("ok", failure(big));
+    EXPECT_EQ("Oversized InputEvent json: 65537 bytes, limit 65536", failure(big + " "));
+    // Deep nesting where the schema allows anything is fine: nothing recurses.
+    const std::string deep = std::string(15000, '[') + std::string(15000, ']');
+    EXPECT_EQ("ok", failure(R"({"data_producer": "p", "extra": )" + deep +
+                            R"(, "attributes": [{"key": "k", "value": "v", "x": )" + deep + "}]}"));
+}
+
+}  // namespace

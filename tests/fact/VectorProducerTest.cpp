@@ -1,0 +1,197 @@
+#include "fact/VectorProducer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "fact/Campaign.h"
+#include "fact/FactHeartbeatMetric.h"
+#include "fact/MultiDimensionalRandomizedDifferentialPrivacyPolicy.h"
+
+namespace {
+
+using fact::DifferentialPrivacyConfig;
+using fact::InputEvent;
+using fact::Vector;
+using fact::VectorProducer;
+using fact::VectorProducerConfig;
+using Policy = fact::MultiDimensionalRandomizedDifferentialPrivacyPolicy;
+
+// beta (2 string bins) listed before alpha (3 int bins): alpha still leads.
+VectorProducerConfig alphaBeta() {
+    VectorProducerConfig config("ab", "count", "int32");
+    auto beta = std::make_shared<fact::Attr>("beta", "string");
+    beta->addBin<std::string>("b0", "b0");
+    beta->addBin<std::string>("b1", "b1");
+    auto alpha = std::make_shared<fact::Attr>("alpha", "int32");
+    alpha->addBin<int>("a0", 0, 10, false);
+    alpha->addBin<int>("a1", 10, 20, false);
+    alpha->addBin<int>("a2", 20, 30, false);
+    config.attributes.emplace("beta", beta);
+    config.attributes.emplace("alpha", alpha);
+    return config;
+}
+
+std::string eventJson(const std::vector<std::pair<std::string, std::string>>& attributes) {
+    std::string text = R"({"data_producer": "p", "attributes": [)";
+    for (size_t i = 0; i < attributes.size(); ++i) {
+        text += (i ? "," : "") + std::string(R"({"key": ")") + attributes[i].first +
+                R"(", "value": ")" + attributes[i].second + "\"}";
+    }
+    return text + "]}";
+}
+
+int onePosition(const Vector& v) {
+    int at = -1;
+    for (size_t i = 0; i < v.elements().size(); ++i) {
+        if (v.elements()[i] != 0) {
+            if (at >= 0 || v.elements()[i] != 1)
+                return -2;
+            at = static_cast<int>(i);
+        }
+    }
+    return at;
+}
+
+TEST(VectorProducerTest, MixedRadixPositionsInNameOrder) {
+    const VectorProducer producer(alphaBeta(), nullptr);
+    EXPECT_EQ(7, producer.vectorSize());
+    struct Row {
+        std::string alpha, beta;
+        int position;
+    };
+    const Row rows[] = {
+        {"15", "b1", 4}, {"25", "b0", 5}, {"5", "b0", 0},  {"25", "b1", 6},
+        {"5", "b1", 2},  {"99", "b1", 0}, {"15", "zz", 0},
+    };
+    for (const Row& row : rows) {
+        const Vector v = producer.CreateVector(
+            InputEvent(eventJson({{"alpha", row.alpha}, {"beta", row.beta}})));
+        EXPECT_EQ(7u, v.elements().size());
+        EXPECT_EQ(row.position, onePosition(v)) << row.alpha << "/" << row.beta;
+        EXPECT_EQ("", v.metadata());
+    }
+    EXPECT_EQ(2, producer.FindIndexFromValue("alpha", "29"));
+    EXPECT_EQ(-1, producer.FindIndexFromValue("gamma", "1"));
+}
+
+TEST(VectorProducerTest, MissingAttributeOnlyBeforeTheFirstMiss) {
+    const VectorProducer producer(alphaBeta(), nullptr);
+    // alpha misses every bin: beta, later in name order, is never looked up.
+    EXPECT_EQ(0, onePosition(producer.CreateVector(InputEvent(eventJson({{"alpha", "99"}})))));
+    try {
+        producer.CreateVector(InputEvent(eventJson({{"beta", "b1"}})));
+        ADD_FAILURE();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ("CreateVector inputEvent missing required attribute: alpha", e.what());
+    }
+}
+
+TEST(VectorProducerTest, NoAttributes) {
+    const VectorProducer bare(VectorProducerConfig("none", "count", "int32"), nullptr);
+    EXPECT_EQ(0, bare.vectorSize());
+    const Vector v = bare.CreateVector(InputEvent(eventJson({{"a", "1"}})));
+    EXPECT_TRUE(v.elements().empty());
+    EXPECT_EQ("", v.metadata());
+    auto policy = std::make_shared<Policy>(DifferentialPrivacyConfig{1, 1, 1});
+    EXPECT_THROW(VectorProducer(VectorProducerConfig("none", "count", "int32"), policy),
+                 std::invalid_argument);
+}
+
+TEST(VectorProducerTest, OversizedProductIsRefused) {
+    VectorProducerConfig config("big", "count", "int32");
+    for (const char* name : {"a", "b", "c"}) {
+        auto attr = std::make_shared<fact::Attr>(name, "int32");
+        for (int i = 0; i < 300; ++i)
+            attr->addBin<int>("b", i);
+        config.attributes.emplace(name, attr);
+    }
+    try {
+        VectorProducer producer(config, nullptr);
+        ADD_FAILURE();
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ("Vector of \"big\" exceeds 16777216 elements", e.what());
+    }
+}
+
+class FixedPolicy : public Policy {
+  public:
+    explicit FixedPolicy(int at) : Policy(DifferentialPrivacyConfig{1.0, 9, 1}), at(at) {}
+    int getRandInt(int min, int max) const override {
+        lastRange = {min, max};
+        return at;
+    }
+    int at;
+    mutable std::pair<int, int> lastRange;
+};
+
+TEST(VectorProducerTest, ForgedVectorAndMetadata) {
+    auto policy = std::make_shared<FixedPolicy>(6);
+    const VectorProducer producer(alphaBeta(), policy);
+    const Vector forged = producer.CreateForgeVector(InputEvent(eventJson({{"x", "1"}})));
+    EXPECT_EQ(6, onePosition(forged));
+    EXPECT_EQ((std::pair<int, int>{0, 6}), policy->lastRange);
+    EXPECT_EQ(R"({"differential_privacy":"{\"cohort_size\": 9}"})", forged.metadata());
+    const Vector truth =
+        producer.CreateVector(InputEvent(eventJson({{"alpha", "15"}, {"beta", "b1"}})));
+    EXPECT_EQ(forged.metadata(), truth.metadata());
+
+    policy->at = 7;
+    EXPECT_THROW(producer.CreateForgeVector(InputEvent(eventJson({{"x", "1"}}))),
+                 std::out_of_range);
+
+    auto& metric = fact::FactHeartbeatMetric::GetInstance();
+    const int before = metric.getCount("VectorMetadataErrorCount");
+    Vector stamped(7, "{}");
+    try {
+        producer.AddMetadata(stamped);
+        ADD_FAILURE();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ("Metadata already exists for vector", e.what());
+    }
+    EXPECT_EQ(before + 1, metric.getCount("VectorMetadataErrorCount"));
+}
+
+// The campaign's randomised response with the real RAND_bytes source: the
+// true position survives with e / (e + L - 1) and forged positions are
+// uniform. Bounds are six standard deviations / a chi-square far in the tail.
+TEST(VectorProducerTest, RandomisedResponseMatchesItsDistribution) {
+    fact::CampaignSchema schema;
+    schema.campaignId = "stat";
+    schema.dataProducer = "p";
+    schema.cohortFilters = {"alpha"};
+    schema.dpConfig = DifferentialPrivacyConfig{std::log(6.0) / 2, 4, 1};  // e = 6
+    schema.vectorProducerConfigs.push_back(alphaBeta());
+    const fact::Campaign campaign(schema);
+    const InputEvent event(eventJson({{"alpha", "15"}, {"beta", "b1"}}));  // position 4
+
+    const int n = 20000;
+    const int length = 7;
+    std::vector<int> counts(length, 0);
+    for (int i = 0; i < n; ++i) {
+        const int at = onePosition(campaign.CreateVector(event));
+        ASSERT_GE(at, 0);
+        ++counts[static_cast<size_t>(at)];
+    }
+    const double keep = 6.0 / (6.0 + length - 1);  // 0.5
+    const double sd = std::sqrt(keep * (1 - keep) / n);
+    EXPECT_NEAR(keep, static_cast<double>(counts[4]) / n, 6 * sd);
+
+    const int others = n - counts[4];
+    const double expected = static_cast<double>(others) / (length - 1);
+    double chiSquare = 0;
+    for (int i = 0; i < length; ++i) {
+        if (i == 4)
+            continue;
+        const double d = counts[static_cast<size_t>(i)] - expected;
+        chiSquare += d * d / expected;
+    }
+    // 5 degrees of freedom: P(chi-square > 45) is below 1e-8.
+    EXPECT_LT(chiSquare, 45.0);
+}
+
+}  // namespace
