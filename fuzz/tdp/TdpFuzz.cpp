@@ -22,9 +22,9 @@ const char kConfig[] = R"({"version":"1","ecs_sensory_events":{
     "passthrough_config":{"VOLUME_CHANGED":"volume_change","A_B_CHANGED":"ab"}}})";
 
 struct Producer {
-    Producer() : manager(fact::tdp::TdpClock::steady(), [](const char*, const char* event) {
-        return event[0] == '{' ? 0u : 1u;
-    }) {
+    Producer()
+        : manager(fact::tdp::TdpClock::steady(),
+                  [](const char*, const char* event) { return event[0] == '{' ? 0u : 1u; }) {
         manager.connect();
         manager.loadDataProducerConfig(fact::tdp::TdpManager::kDataProducer, kConfig);
         manager.handleEcsEvent(R"({"ucids":"u","volume":"0","a":{"b":"0"}})");
