@@ -1,0 +1,167 @@
+#include "fact/tdp/TdpSignalHandler.h"
+
+#include <algorithm>
+
+#include "common/VemoLogger.h"
+#include "fact/FactHeartbeatMetric.h"
+#include "fact/tdp/TdpJson.h"
+
+namespace fact {
+namespace tdp {
+namespace {
+const vemo::VemoLogger logger{"TdpSignalHandler"};
+const char kEventErrorCount[] = "TdpUnifiedSensingEventErrorCount";
+const char kChangedSuffix[] = "_CHANGED";
+
+std::string text(const rapidjson::Value& value) {
+    return std::string(value.GetString(), value.GetStringLength());
+}
+}  // namespace
+
+constexpr int TdpSignalHandler::kMaxDepth;
+constexpr int TdpSignalHandler::kMaxSignals;
+
+TdpSignalHandler::TdpSignalHandler() {
+    keyStates_.max_load_factor(1.0f);
+    logger.d("%s:TdpSignalHandler::TdpSignalHandler()", "TdpSignalHandler");
+}
+
+void TdpSignalHandler::resetConfig() {
+    emitCriteria_.clear();
+    dataEventTriggered_ = false;
+}
+
+bool TdpSignalHandler::loadDataProducerConfig(const std::string& json) {
+    logger.d("%s:TdpSignalStorage::loadDataProducerConfig", "loadDataProducerConfig");
+    resetConfig();
+    rapidjson::Document document = parseJson(json);
+    if (document.HasParseError()) {
+        logger.e(
+            "%s:TdpSignalHandler::loadDataProducerConfig has a parse error, failed to "
+            "configure.",
+            "loadDataProducerConfig");
+        return false;
+    }
+    if (!document.IsObject()) {
+        return true;
+    }
+    auto events = document.FindMember("ecs_sensory_events");
+    if (events == document.MemberEnd() || !events->value.IsObject()) {
+        return true;
+    }
+    auto criteria = events->value.FindMember("event_emit_criteria");
+    if (criteria == events->value.MemberEnd() || !criteria->value.IsArray()) {
+        return true;
+    }
+    for (const auto& item : criteria->value.GetArray()) {
+        if (item.IsString()) {
+            emitCriteria_.push_back(upperCase(text(item)));
+        }
+    }
+    return true;
+}
+
+std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& json) {
+    logger.d("%s:TdpSignalStorage::processEcsEvent", "processEcsEvent");
+    std::vector<std::string> signals;
+    rapidjson::Document document = parseJson(json);
+    // An ECS event is an object of state keys; any other JSON is as useless
+    // as text that does not parse.
+    if (document.HasParseError() || !document.IsObject()) {
+        logger.e("%s:TdpSignalStorage::processEcsEvent() - ECS event JSON could not be parsed",
+                 "processEcsEvent");
+        FactHeartbeatMetric::GetInstance().addCount(kEventErrorCount);
+        return signals;
+    }
+    for (const auto& member : document.GetObject()) {
+        if (!processNestedEcsState(std::string(), member, signals, 0)) {
+            logger.e(
+                "%s:TdpSignalStorage::processEcsEvent() - ECS event json either had too many "
+                "layers (more than %d) or too many signals (%d).",
+                "processEcsEvent", kMaxDepth, kMaxSignals);
+            signals.clear();
+            FactHeartbeatMetric::GetInstance().addCount(kEventErrorCount);
+            return signals;
+        }
+    }
+    eventReceived_ = true;
+    return signals;
+}
+
+bool TdpSignalHandler::processNestedEcsState(std::string prefix,
+                                             const rapidjson::Value::Member& member,
+                                             std::vector<std::string>& signals, int depth) {
+    if (depth > kMaxDepth || signals.size() > static_cast<size_t>(kMaxSignals)) {
+        return false;
+    }
+    std::string key = prefix.empty() ? text(member.name) : prefix + "_" + text(member.name);
+    const rapidjson::Value& value = member.value;
+    if (value.IsString() || value.IsArray()) {
+        submitNewState(std::move(key), member, signals);
+    } else if (value.IsObject()) {
+        // A too-deep or overflowing branch below the top level is skipped
+        // without failing the event; only the top level decides that.
+        for (const auto& nested : value.GetObject()) {
+            processNestedEcsState(key, nested, signals, depth + 1);
+        }
+    } else {
+        logger.d("%s:Unknown Event value type, skipping.", "processNestedEcsState");
+    }
+    return true;
+}
+
+void TdpSignalHandler::submitNewState(std::string key, const rapidjson::Value::Member& member,
+                                      std::vector<std::string>& signals) {
+    const rapidjson::Value& raw = member.value;
+    std::string value;
+    if (raw.IsString()) {
+        value = text(raw);
+    } else if (raw.IsArray()) {
+        bool first = true;
+        for (const auto& item : raw.GetArray()) {
+            if (!item.IsString()) {
+                return;
+            }
+            if (!first) {
+                value += ',';
+            }
+            value.append(item.GetString(), item.GetStringLength());
+            first = false;
+        }
+    } else {
+        return;
+    }
+    auto it = keyStates_.find(key);
+    if (it != keyStates_.end() && it->second != value) {
+        addSignal(upperCase(key + "_" + value), signals);
+        addSignal(upperCase(key + kChangedSuffix), signals);
+    }
+    if (key == "ucids") {
+        ucids_ = value;
+    }
+    if (it != keyStates_.end()) {
+        it->second = std::move(value);
+    } else {
+        keyStates_.emplace(std::move(key), std::move(value));
+    }
+}
+
+void TdpSignalHandler::addSignal(std::string signal, std::vector<std::string>& signals) {
+    if (std::find(emitCriteria_.begin(), emitCriteria_.end(), signal) != emitCriteria_.end()) {
+        dataEventTriggered_ = true;
+    }
+    signals.push_back(std::move(signal));
+}
+
+std::vector<std::string> TdpSignalHandler::getSignalStorageInitVector() const {
+    std::vector<std::string> result;
+    result.reserve(keyStates_.size() * 2);
+    for (const auto& state : keyStates_) {
+        result.push_back(upperCase(state.first + "_" + state.second));
+        result.push_back(upperCase(state.first + kChangedSuffix));
+    }
+    return result;
+}
+
+}  // namespace tdp
+}  // namespace fact

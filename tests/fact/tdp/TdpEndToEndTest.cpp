@@ -1,0 +1,124 @@
+// The producer as the daemon wires it: the process's TdpManager connected to
+// the real analytics library, a campaign that configures it, and ECS events
+// fed through its callback until vectors come out of the library.
+#include <android/log.h>
+#include <fact/fact_api.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "TdpTestSupport.h"
+#include "TdpVectorRecorder.h"
+#include "TempDeviceRoot.h"
+#include "fact/FactHeartbeatMetric.h"
+#include "fact/tdp/TdpManager.h"
+#include "hostlog/LogCapture.h"
+
+namespace fact {
+namespace tdp {
+namespace {
+
+using test::VectorRecorder;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+const char kMetadata[] =
+    R"({"differential_privacy":"{\"cohort_size\": 0}","campaign_id":"tdp-e2e"})";
+
+struct Expected {
+    std::string applicationId;
+    std::vector<std::string> bins;  // sensor_output, time_delta, device_type, locale
+};
+
+TEST(TdpEndToEndTest, EcsTraceBecomesVectorsThroughTheAnalyticsLibrary) {
+    vemo::test::TempDeviceRoot root;
+    root.writeBuildProps({{"ro.product.config.type", "A1RABVCI"}, {"ro.product.locale", "en-GB"}});
+    hostlog::LogCapture logs;
+    VectorRecorder::clear();
+    ASSERT_EQ(factVemo_SetVectorCallback(&VectorRecorder::callback), 0u);
+
+    TdpManager& manager = TdpManager::GetInstance();
+    manager.connect();
+    const TdpManager::EcsCallback ecs = manager.getEcsCallback();
+    const std::string campaign = std::string(TDP_TEST_DATA_DIR) + "/campaign.json";
+    ASSERT_EQ(fact_CreateCampaign(campaign.c_str()), 0u) << hostlog::describe(logs.entries());
+    ASSERT_TRUE(manager.isEnabled());
+
+    const auto trace = test::readTestLines("ecs_trace.jsonl");
+    const int32_t badEvents =
+        FactHeartbeatMetric::GetInstance().getCount("TdpUnifiedSensingEventErrorCount");
+    for (size_t i = 0; i < trace.size(); ++i) {
+        if (i + 1 == trace.size()) {
+            // The device's locale changes before the last event; it is re-read.
+            root.writeFile("/data/property/persist.prop", "persist.sys.locale=de-DE\n");
+        }
+        ecs(trace[i]);
+    }
+    EXPECT_EQ(FactHeartbeatMetric::GetInstance().getCount("TdpUnifiedSensingEventErrorCount"),
+              badEvents + 1);
+
+    const std::string first = "TelemetryDataProducer_A1RABVCI_hc-1,hc-2_tdp-e2e";
+    const std::vector<Expected> expected = {
+        {first, {"volume_change", "now", "A1RABVCI", "en-GB"}},
+        {first, {"alarm", "now", "A1RABVCI", "en-GB"}},
+        {first, {"alarm", "now", "A1RABVCI", "en-GB"}},
+        {first, {"alarm", "now", "A1RABVCI", "en-GB"}},
+        {first, {"media", "now", "A1RABVCI", "en-GB"}},
+        {"TelemetryDataProducer_A1RABVCI_hc-3_tdp-e2e", {"bluetooth", "now", "A1RABVCI", "de-DE"}},
+    };
+    const test::CampaignLayout layout("campaign.json");
+    const auto received = VectorRecorder::received();
+    ASSERT_EQ(received.size(), expected.size()) << hostlog::describe(logs.entries());
+    for (size_t i = 0; i < expected.size(); ++i) {
+        SCOPED_TRACE("vector " + std::to_string(i));
+        EXPECT_EQ(received[i].applicationId, expected[i].applicationId);
+        EXPECT_EQ(received[i].metadata, kMetadata);
+        EXPECT_THAT(layout.decode(received[i].values), ElementsAreArray(expected[i].bins));
+    }
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_DEBUG, "Vemo:TdpManager",
+                              "sendEvent:TdpManager::sendEvent() - "
+                              R"({"data_producer":"TelemetryDataProducer","attributes":[)"
+                              R"({"key":"device_type","value":"A1RABVCI"},)"
+                              R"({"key":"locale","value":"de-DE"},)"
+                              R"({"key":"homecard_uuid","value":"hc-3"},)"
+                              R"({"key":"sensor_output","value":"bluetooth"},)"
+                              R"({"key":"time_delta_seconds","value":"0"}]})"));
+    EXPECT_EQ(logs.count("Vemo:TdpManager", "Failed to send"), 0u);
+
+    // A campaign whose producer configuration breaks the schema fails to load
+    // and leaves the producer as it was.
+    std::string badCampaign = test::readTestFile("campaign.json");
+    const size_t version = badCampaign.find("\"version\": \"1\"");
+    ASSERT_NE(version, std::string::npos);
+    badCampaign.replace(version, 14, "\"version\": \"2\"");
+    root.writeFile("/data/vemo/bad_campaign.json", badCampaign);
+    const int32_t loadErrors =
+        FactHeartbeatMetric::GetInstance().getCount("TdpLoadConfigurationErrorCount");
+    EXPECT_EQ(fact_CreateCampaign(root.path("/data/vemo/bad_campaign.json").c_str()), 1u);
+    EXPECT_EQ(FactHeartbeatMetric::GetInstance().getCount("TdpLoadConfigurationErrorCount"),
+              loadErrors + 1);
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, "Vemo:TdpManager",
+                              "loadDataProducerConfig:Invalid keyword: enum"));
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, "Vemo:FactApi",
+                              "fact_CreateCampaign: Data Producer callback failed for campaign: "
+                              "tdp-e2e"))
+        << hostlog::describe(logs.entries());
+    EXPECT_TRUE(manager.isEnabled());
+
+    // A campaign set emptied of producer configuration disables the producer:
+    // further triggers send nothing.
+    VectorRecorder::clear();
+    EXPECT_EQ(telemetryDataProducerLoadConfig("TelemetryDataProducer", "{}"), 0);
+    EXPECT_FALSE(manager.isEnabled());
+    ecs(R"({"volume":"8"})");
+    EXPECT_TRUE(VectorRecorder::received().empty());
+}
+
+}  // namespace
+}  // namespace tdp
+}  // namespace fact
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    ::testing::AddGlobalTestEnvironment(new fact::tdp::test::HeartbeatStarted);
+    return RUN_ALL_TESTS();
+}
