@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 #include <sys/system_properties.h>
 
+#include <chrono>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include "TempDeviceRoot.h"
 
@@ -76,6 +79,22 @@ TEST(SystemPropertiesTest, SetRejectsBadNamesAndValues) {
     EXPECT_EQ(__system_property_set("persist.a", "two\nlines"), -1);
     EXPECT_EQ(__system_property_set("persist.a", std::string(PROP_VALUE_MAX, 'x').c_str()), -1);
     EXPECT_EQ(get("persist.a"), "");
+}
+
+}  // namespace
+
+namespace {
+
+// A file parsed long after it was written is served from the parse; an
+// in-place rewrite of the same size must still be seen on the next call.
+TEST(SystemPropertiesTest, SettledFileRewrittenInPlaceIsSeenAtOnce) {
+    vemo::test::TempDeviceRoot root;
+    root.writeFile("/system/build.prop", "ro.a=one\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    EXPECT_EQ(get("ro.a"), "one");
+    EXPECT_EQ(get("ro.a"), "one");
+    std::ofstream(root.path("/system/build.prop"), std::ios::in | std::ios::out) << "ro.a=two\n";
+    EXPECT_EQ(get("ro.a"), "two");
 }
 
 }  // namespace

@@ -1,4 +1,7 @@
+#include <sys/stat.h>
 #include <sys/system_properties.h>
+
+#include <ctime>
 
 #include <algorithm>
 #include <cstdio>
@@ -6,7 +9,6 @@
 #include <fstream>
 #include <map>
 #include <mutex>
-#include <sstream>
 #include <string>
 
 #include "platform/DeviceRoot.h"
@@ -16,7 +18,8 @@ namespace {
 const char kBuildProp[] = "/system/build.prop";
 const char kPersistProp[] = "/data/property/persist.prop";
 
-// Serialises writers of the persist file against readers in this process.
+// Serialises writers of the persist file against readers in this process,
+// and guards the parsed-file cache.
 std::mutex& fileMutex() {
     static std::mutex m;
     return m;
@@ -52,11 +55,66 @@ void readFile(const std::string& hostPath, std::map<std::string, std::string>& o
     }
 }
 
-std::map<std::string, std::string> readAll() {
-    std::map<std::string, std::string> props;
-    readFile(vemo::platform::devicePath(kBuildProp), props);
-    readFile(vemo::platform::devicePath(kPersistProp), props);
-    return props;
+using PropertyMap = std::map<std::string, std::string>;
+
+// One property file as last parsed. Parsing both files on every get made a
+// property read cost tens of microseconds, so a parse is reused while the
+// file's identity, size and modification time are unchanged. A file modified
+// shortly before it was parsed is parsed again on every call (its timestamp
+// may not yet tell a later write apart, timestamps being coarse), so a change
+// is still seen on the very next call.
+struct ParsedFile {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+    timespec parsedAt{};
+    PropertyMap values;
+};
+
+constexpr long kRacyWindowNs = 100L * 1000 * 1000;
+
+long long toNs(const timespec& t) {
+    return static_cast<long long>(t.tv_sec) * 1000000000LL + t.tv_nsec;
+}
+
+// Guarded by fileMutex(); keyed by host path, since the device root may change.
+std::map<std::string, ParsedFile>& parsedFiles() {
+    static std::map<std::string, ParsedFile> files;
+    return files;
+}
+
+// The values of one file, parsed again only when it may have changed.
+// Needs fileMutex().
+const PropertyMap& currentValues(const std::string& hostPath) {
+    static const PropertyMap kEmpty;
+    auto& files = parsedFiles();
+    struct stat st {};
+    if (::stat(hostPath.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
+        files.erase(hostPath);
+        return kEmpty;
+    }
+    auto it = files.find(hostPath);
+    if (it != files.end()) {
+        const ParsedFile& f = it->second;
+        const bool same = f.device == st.st_dev && f.inode == st.st_ino && f.size == st.st_size &&
+                          toNs(f.modified) == toNs(st.st_mtim);
+        if (same && toNs(st.st_mtim) + kRacyWindowNs < toNs(f.parsedAt)) {
+            return f.values;
+        }
+    }
+    if (files.size() > 64) {
+        files.clear();  // roots of finished tests or devices; keep the cache small
+    }
+    ParsedFile& f = files[hostPath];
+    clock_gettime(CLOCK_REALTIME, &f.parsedAt);
+    f.device = st.st_dev;
+    f.inode = st.st_ino;
+    f.size = st.st_size;
+    f.modified = st.st_mtim;
+    f.values.clear();
+    readFile(hostPath, f.values);
+    return f.values;
 }
 
 bool validName(const char* name) {
@@ -81,14 +139,16 @@ extern "C" int __system_property_get(const char* name, char* value) {
     if (!validName(name)) {
         return 0;
     }
-    std::map<std::string, std::string> props;
-    {
-        std::lock_guard<std::mutex> lock(fileMutex());
-        props = readAll();
-    }
-    const auto it = props.find(name);
-    if (it == props.end()) {
-        return 0;
+    std::lock_guard<std::mutex> lock(fileMutex());
+    // Persisted values win over build values.
+    const PropertyMap& persisted = currentValues(vemo::platform::devicePath(kPersistProp));
+    auto it = persisted.find(name);
+    if (it == persisted.end()) {
+        const PropertyMap& build = currentValues(vemo::platform::devicePath(kBuildProp));
+        it = build.find(name);
+        if (it == build.end()) {
+            return 0;
+        }
     }
     const size_t n = std::min<size_t>(it->second.size(), PROP_VALUE_MAX - 1);
     std::memcpy(value, it->second.data(), n);

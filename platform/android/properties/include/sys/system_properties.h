@@ -1,8 +1,9 @@
 #pragma once
 // Host stand-in for bionic's <sys/system_properties.h>: the subset the system uses.
 //
-// Properties are read from two files under the device root, on every call (the
-// device re-reads them too, so a changed value is seen at once):
+// Properties come from two files under the device root, and a changed file is
+// seen on the very next call, as on the device (each call checks the files and
+// parses again any that may have changed since it was last parsed):
 //   system/build.prop            read-only build properties
 //   data/property/persist.prop   persisted properties; later lines win
 // Each file holds "key=value" lines; blank lines and lines starting with '#'
