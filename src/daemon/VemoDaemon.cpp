@@ -5,6 +5,7 @@
 #include "common/DevicePaths.h"
 #include "common/VemoLogger.h"
 #include "fact/FactHeartbeatMetric.h"
+#include "fact/tdp/TdpManager.h"
 
 namespace vemo {
 namespace {
@@ -32,6 +33,11 @@ VemoStatus VemoDaemon::setup() {
     // Creating the heartbeat starts its reporting thread; the first report
     // goes out at once.
     fact::FactHeartbeatMetric::GetInstance();
+
+    // The telemetry producer takes its configuration from the analytics
+    // library from now on; its ECS callback is handed on once the bridge that
+    // receives device events exists.
+    fact::tdp::TdpManager::GetInstance().connect();
     return kVemoStatusOk;
 }
 

@@ -38,6 +38,15 @@ TEST(VemoDaemonTest, SetupWithoutGradientFileSkipsCleanup) {
                       "setup:Wakeword Gradient file does not exist, skipping initial cleanup"));
 }
 
+TEST(VemoDaemonTest, SetupConnectsTheTelemetryProducer) {
+    vemo::test::TempDeviceRoot root;
+    hostlog::LogCapture logs;
+    auto daemon = vemo::VemoDaemon::make_unique();
+    ASSERT_EQ(daemon->setup(), 0);
+    EXPECT_TRUE(
+        logs.contains(ANDROID_LOG_DEBUG, "Vemo:TdpManager", "connect:TdpManager::connect()"));
+}
+
 TEST(VemoDaemonTest, RunBlocksUntilStopped) {
     hostlog::LogCapture logs;
     auto daemon = vemo::VemoDaemon::make_unique();
