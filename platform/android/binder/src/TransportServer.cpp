@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 #include <android/log.h>
@@ -31,6 +32,10 @@ struct Transport::Watch {
     uid_t uid = 0;
     std::string path;    // DEATH: the watched process's endpoint
     FrameReader reader;  // CONNECTION: bytes received ahead of the frame being served
+    // Held while the fd is being armed; the thread that takes its event
+    // passes through it first, so it never runs ahead of the arming thread's
+    // last touch (the kernel alone does not order that for the memory model).
+    std::mutex handover;
 };
 
 status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
@@ -110,6 +115,7 @@ void Transport::addWatch(Watch* w, bool oneShot) {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLRDHUP | (oneShot ? EPOLLONESHOT : 0u);
     ev.data.ptr = w;
+    std::lock_guard<std::mutex> lock(w->handover);
     epoll_ctl(mEpollFd, EPOLL_CTL_ADD, w->fd, &ev);
 }
 
@@ -117,6 +123,7 @@ void Transport::rearm(Watch* w) {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
     ev.data.ptr = w;
+    std::lock_guard<std::mutex> lock(w->handover);
     epoll_ctl(mEpollFd, EPOLL_CTL_MOD, w->fd, &ev);
 }
 
@@ -307,6 +314,7 @@ void Transport::workerLoop(bool spawned) {
             continue;
         }
         auto* const w = static_cast<Watch*>(event.data.ptr);
+        { std::lock_guard<std::mutex> handover(w->handover); }
         switch (w->type) {
             case Watch::LISTENER:
                 acceptAll(w);
