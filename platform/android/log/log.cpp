@@ -1,8 +1,10 @@
 #include <android/log.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -24,6 +26,36 @@ std::mutex& registryMutex() {
 std::vector<LogCapture*>& captures() {
     static std::vector<LogCapture*> c;
     return c;
+}
+
+// Every line carries the pid and tid; asking the kernel twice per line is a
+// measurable share of a binder call, so both are remembered (and forgotten
+// in a forked child, whose ids differ).
+std::atomic<int> gPid{0};
+thread_local long tTid = 0;
+
+void forgetIdsAfterFork() {
+    gPid.store(0, std::memory_order_relaxed);
+    tTid = 0;
+}
+
+[[maybe_unused]] const bool kAtForkRegistered =
+    pthread_atfork(nullptr, nullptr, forgetIdsAfterFork) == 0;
+
+int processId() {
+    int pid = gPid.load(std::memory_order_relaxed);
+    if (pid == 0) {
+        pid = static_cast<int>(getpid());
+        gPid.store(pid, std::memory_order_relaxed);
+    }
+    return pid;
+}
+
+long threadId() {
+    if (tTid == 0) {
+        tTid = static_cast<long>(syscall(SYS_gettid));
+    }
+    return tTid;
 }
 
 char priorityLetter(int prio) {
@@ -67,8 +99,7 @@ int writeMessage(int prio, const char* tag, const char* text) {
     }
     if (echo) {
         std::fprintf(stderr, "%s.%03ld %5d %5ld %c %-8s: %s\n", stamp, now.tv_nsec / 1000000L,
-                     static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)),
-                     priorityLetter(prio), tag, text);
+                     processId(), threadId(), priorityLetter(prio), tag, text);
         std::fflush(stderr);
     }
     return static_cast<int>(entry.message.size()) + 1;

@@ -13,6 +13,7 @@
 #include <platform/DeviceRoot.h>
 
 #include "FlatBinderObject.h"
+#include "FrameReader.h"
 
 namespace android {
 namespace hostbinder {
@@ -128,6 +129,9 @@ sp<IBinder> Transport::lookupNode(uint64_t nodeId) {
 }
 
 void Transport::holdNodes(const std::vector<uint64_t>& nodes) {
+    if (nodes.empty()) {
+        return;
+    }
     std::lock_guard<std::mutex> lock(mLock);
     for (const uint64_t id : nodes) {
         const auto it = mNodes.find(id);
@@ -538,11 +542,15 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
         return OK;
     }
 
+    // The reply usually arrives whole in one recv. The peer sends nothing
+    // but this reply on the connection, so bytes past it are a bad reply.
+    thread_local FrameReader replyReader;
     Frame answer;
-    err = readFrame(fd, &answer);
-    if (err == OK && answer.header.kind != FRAME_REPLY) {
+    err = replyReader.read(fd, &answer);
+    if (err == OK && (answer.header.kind != FRAME_REPLY || replyReader.hasPending())) {
         err = BAD_VALUE;
     }
+    replyReader.clear();
     if (err != OK) {
         close(fd);
         if (err == DEAD_OBJECT) {

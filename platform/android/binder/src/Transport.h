@@ -20,11 +20,12 @@
 // (kIoTimeoutMs). One-way calls return once sent; calls sent one after the
 // other on one connection are served in order.
 //
-// Serving: one looper thread waits (epoll) on the endpoints and accepted
-// connections; a readable connection is handed to the pool, whose threads
-// (spawned on demand up to the maximum, plus threads that joined) read one
-// frame, run the transaction and answer. A connection is served by one
-// thread at a time. A bad frame (wrong magic or kind, sizes beyond bounds,
+// Serving: the pool's threads (spawned on demand up to the maximum, plus
+// threads that joined) wait (epoll) on the endpoints and accepted
+// connections themselves; the thread that takes a readable connection reads
+// its frame, runs the transaction and answers, and a new thread is spawned
+// when none is left waiting. Each fd is armed one-shot, so a connection is
+// served by one thread at a time. A bad frame (wrong magic or kind, sizes beyond bounds,
 // end of stream or a stall of kIoTimeoutMs mid-frame) drops that connection
 // only; a well-framed transaction whose object table is invalid is answered
 // with FAILED_TRANSACTION. At most kMaxConnections connections are served.
@@ -42,9 +43,6 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <deque>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -147,14 +145,13 @@ class Transport {
     // Serving (TransportServer.cpp).
     status_t createEndpoint(const std::string& root, Endpoint* ep);
     void ensureLooper();
-    void looperLoop();
     void addWatch(Watch* w, bool oneShot);
     void rearm(Watch* w);
     void closeWatch(Watch* w);
     void acceptAll(Watch* listener);
     void serveConnection(Watch* conn);
     bool serveFrame(Watch* conn, Frame* frame);
-    void enqueue(std::function<void()> work);
+    void ensureWaiter();
     void workerLoop(bool spawned);
 
     mutable std::mutex mLock;  // guards mNodes, mNodeByBinder, mNextNode, mHandles,
@@ -172,18 +169,16 @@ class Transport {
     std::mutex mConnLock;  // guards mIdle
     std::map<std::string, std::vector<int>> mIdle;
 
-    mutable std::mutex mPoolLock;  // guards mWork and the counters and flags below
-    std::condition_variable mWorkCv;
-    std::deque<std::function<void()>> mWork;
+    mutable std::mutex mPoolLock;  // guards the counters and flags below
     size_t mMaxThreads = kDefaultMaxThreads;
     size_t mSpawned = 0;
-    size_t mIdleThreads = 0;
     size_t mConnections = 0;
     bool mLooperStarted = false;
     bool mPoolStarted = false;
     std::set<Watch*> mWatches;  // every fd the looper waits on, owned here
     size_t mThreadNumber = 0;
     std::atomic<int> mEpollFd{-1};
+    std::atomic<size_t> mWaiting{0};  // threads in epoll_wait
 
     std::mutex mEndpointCreateLock;  // serialises creating endpoints (held across bind)
 };

@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 #include <android/log.h>
 #include <binder/IPCThreadState.h>
 #include <platform/DeviceRoot.h>
 
+#include "FrameReader.h"
 #include "Transport.h"
 
 namespace android {
@@ -28,7 +30,12 @@ struct Transport::Watch {
     int fd = -1;
     pid_t pid = 0;
     uid_t uid = 0;
-    std::string path;  // DEATH: the watched process's endpoint
+    std::string path;    // DEATH: the watched process's endpoint
+    FrameReader reader;  // CONNECTION: bytes received ahead of the frame being served
+    // Held while the fd is being armed; the thread that takes its event
+    // passes through it first, so it never runs ahead of the arming thread's
+    // last touch (the kernel alone does not order that for the memory model).
+    std::mutex handover;
 };
 
 status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
@@ -71,7 +78,7 @@ status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
     auto* const w = new Watch();
     w->type = Watch::LISTENER;
     w->fd = fd;
-    addWatch(w, false);
+    addWatch(w, true);
     ep->root = root;
     ep->path = path;
     ep->fd = fd;
@@ -81,13 +88,23 @@ status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
 }
 
 void Transport::ensureLooper() {
-    std::lock_guard<std::mutex> lock(mPoolLock);
-    if (mLooperStarted) {
-        return;
+    bool spawn = false;
+    {
+        std::lock_guard<std::mutex> lock(mPoolLock);
+        if (mLooperStarted) {
+            return;
+        }
+        mEpollFd = epoll_create1(EPOLL_CLOEXEC);
+        mLooperStarted = true;
+        // The pool's threads wait on the fds themselves; one is always there.
+        if (mSpawned == 0) {
+            ++mSpawned;
+            spawn = true;
+        }
     }
-    mEpollFd = epoll_create1(EPOLL_CLOEXEC);
-    mLooperStarted = true;
-    std::thread([this] { looperLoop(); }).detach();
+    if (spawn) {
+        std::thread([this] { workerLoop(true); }).detach();
+    }
 }
 
 void Transport::addWatch(Watch* w, bool oneShot) {
@@ -98,6 +115,7 @@ void Transport::addWatch(Watch* w, bool oneShot) {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLRDHUP | (oneShot ? EPOLLONESHOT : 0u);
     ev.data.ptr = w;
+    std::lock_guard<std::mutex> lock(w->handover);
     epoll_ctl(mEpollFd, EPOLL_CTL_ADD, w->fd, &ev);
 }
 
@@ -105,6 +123,7 @@ void Transport::rearm(Watch* w) {
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
     ev.data.ptr = w;
+    std::lock_guard<std::mutex> lock(w->handover);
     epoll_ctl(mEpollFd, EPOLL_CTL_MOD, w->fd, &ev);
 }
 
@@ -119,38 +138,6 @@ void Transport::closeWatch(Watch* w) {
         mWatches.erase(w);
     }
     delete w;
-}
-
-void Transport::looperLoop() {
-    pthread_setname_np(pthread_self(), "binder:looper");
-    epoll_event events[32];
-    for (;;) {
-        const int n = epoll_wait(mEpollFd, events, 32, -1);
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "epoll_wait failed: %s", strerror(errno));
-            return;
-        }
-        for (int i = 0; i < n; ++i) {
-            auto* const w = static_cast<Watch*>(events[i].data.ptr);
-            switch (w->type) {
-                case Watch::LISTENER:
-                    acceptAll(w);
-                    break;
-                case Watch::CONNECTION:
-                    enqueue([this, w] { serveConnection(w); });
-                    break;
-                case Watch::DEATH:
-                    enqueue([this, w] {
-                        markPathDead(w->path);
-                        closeWatch(w);
-                    });
-                    break;
-            }
-        }
-    }
 }
 
 void Transport::acceptAll(Watch* listener) {
@@ -186,21 +173,26 @@ void Transport::acceptAll(Watch* listener) {
 }
 
 void Transport::serveConnection(Watch* conn) {
-    Frame frame;
-    const status_t err = readFrame(conn->fd, &frame);
-    if (err != OK) {
-        if (err != DEAD_OBJECT) {
-            __android_log_print(ANDROID_LOG_WARN, kTag,
-                                "Dropping connection from pid %d: bad frame (error %d)",
-                                static_cast<int>(conn->pid), err);
+    // Frames the peer sent back to back (one-way calls) are served in order
+    // before the connection is waited on again; a frame already begun is read
+    // on within the stall bound.
+    do {
+        Frame frame;
+        const status_t err = conn->reader.read(conn->fd, &frame);
+        if (err != OK) {
+            if (err != DEAD_OBJECT) {
+                __android_log_print(ANDROID_LOG_WARN, kTag,
+                                    "Dropping connection from pid %d: bad frame (error %d)",
+                                    static_cast<int>(conn->pid), err);
+            }
+            closeWatch(conn);
+            return;
         }
-        closeWatch(conn);
-        return;
-    }
-    if (!serveFrame(conn, &frame)) {
-        closeWatch(conn);
-        return;
-    }
+        if (!serveFrame(conn, &frame)) {
+            closeWatch(conn);
+            return;
+        }
+    } while (conn->reader.hasPending());
     rearm(conn);
 }
 
@@ -270,23 +262,22 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
     return true;
 }
 
-void Transport::enqueue(std::function<void()> work) {
-    bool spawn = false;
+void Transport::ensureWaiter() {
+    // The thread that took an event is busy until it is served; if no other
+    // thread waits on the fds, grow the pool, so a call that waits on a
+    // nested call into this process never waits for itself.
+    if (mWaiting.load() > 0) {
+        return;
+    }
     {
         std::lock_guard<std::mutex> lock(mPoolLock);
-        mWork.push_back(std::move(work));
         const size_t limit = mMaxThreads > 0 ? mMaxThreads : 1;
-        // More work than idle threads: grow the pool, so a call that waits on
-        // a nested call into this process never waits for itself.
-        if (mWork.size() > mIdleThreads && mSpawned < limit) {
-            ++mSpawned;
-            spawn = true;
+        if (mSpawned >= limit) {
+            return;
         }
+        ++mSpawned;
     }
-    mWorkCv.notify_one();
-    if (spawn) {
-        std::thread([this] { workerLoop(true); }).detach();
-    }
+    std::thread([this] { workerLoop(true); }).detach();
 }
 
 void Transport::workerLoop(bool spawned) {
@@ -300,19 +291,45 @@ void Transport::workerLoop(bool spawned) {
         snprintf(name, sizeof name, "binder:%d_%zX", static_cast<int>(getpid()) % 100000, number);
         pthread_setname_np(pthread_self(), name);
     }
-    std::unique_lock<std::mutex> lock(mPoolLock);
+    // Each thread waits on the fds itself and serves what it takes: no hand
+    // off between threads. Every fd is armed one-shot, so an event goes to
+    // one thread and a connection is served by one thread at a time.
     for (;;) {
-        while (mWork.empty()) {
-            ++mIdleThreads;
-            mWorkCv.wait(lock);
-            --mIdleThreads;
+        epoll_event event{};
+        ++mWaiting;
+        const int n = epoll_wait(mEpollFd, &event, 1, -1);
+        --mWaiting;
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "epoll_wait failed: %s", strerror(errno));
+            if (spawned) {
+                std::lock_guard<std::mutex> lock(mPoolLock);
+                --mSpawned;
+            }
+            return;
         }
-        std::function<void()> work = std::move(mWork.front());
-        mWork.pop_front();
-        lock.unlock();
-        work();
-        work = nullptr;  // captured references go before the lock is retaken
-        lock.lock();
+        if (n == 0) {
+            continue;
+        }
+        auto* const w = static_cast<Watch*>(event.data.ptr);
+        { std::lock_guard<std::mutex> handover(w->handover); }
+        switch (w->type) {
+            case Watch::LISTENER:
+                acceptAll(w);
+                rearm(w);
+                break;
+            case Watch::CONNECTION:
+                ensureWaiter();
+                serveConnection(w);
+                break;
+            case Watch::DEATH:
+                ensureWaiter();
+                markPathDead(w->path);
+                closeWatch(w);
+                break;
+        }
     }
 }
 

@@ -109,11 +109,15 @@ std::vector<uint8_t> encodeFrame(Frame* frame) {
 }
 
 status_t decodePayload(const std::vector<uint8_t>& payload, Frame* frame) {
+    return decodePayload(payload.data(), payload.size(), frame);
+}
+
+status_t decodePayload(const uint8_t* payload, size_t size, Frame* frame) {
     const FrameHeader& h = frame->header;
-    if (payload.size() != payloadSize(h)) {
+    if (size != payloadSize(h)) {
         return BAD_VALUE;
     }
-    const uint8_t* p = payload.data();
+    const uint8_t* p = payload;
     frame->data.assign(p, p + h.dataSize);
     p += h.dataSize;
     frame->offsets.clear();

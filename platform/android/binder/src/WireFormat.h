@@ -88,6 +88,7 @@ std::vector<uint8_t> encodeFrame(Frame* frame);
 // offsets are unordered, overlap, run past the data, or the reference table
 // does not match them; nothing outside `payload` is ever read.
 status_t decodePayload(const std::vector<uint8_t>& payload, Frame* frame);
+status_t decodePayload(const uint8_t* payload, size_t size, Frame* frame);
 
 // Socket helpers: whole-buffer I/O on a blocking socket whose timeouts bound
 // each call. OK, DEAD_OBJECT (peer closed or reset), TIMED_OUT, or
