@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "ChildProcessEmulator.h"
+
 namespace vemo {
 namespace test {
 
@@ -17,7 +19,8 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
     if (pipe2(fds, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
     }
-    std::vector<std::string> argStore{path};
+    std::vector<std::string> argStore = emulator();
+    argStore.push_back(path);
     argStore.insert(argStore.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (auto& a : argStore) {
@@ -34,7 +37,7 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
         for (const auto& kv : env) {
             setenv(kv.first.c_str(), kv.second.c_str(), 1);
         }
-        execv(path.c_str(), argv.data());
+        execv(argv[0], argv.data());
         _exit(127);
     }
     close(fds[1]);
@@ -56,6 +59,10 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
         std::lock_guard<std::mutex> lock(mutex_);
         eof_ = true;
     });
+}
+
+const std::vector<std::string>& ChildProcess::emulator() {
+    return childProcessEmulator();
 }
 
 ChildProcess::~ChildProcess() {

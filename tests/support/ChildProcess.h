@@ -1,6 +1,8 @@
 #pragma once
 // A child process for integration tests: started with extra environment
 // variables, its stderr collected on a thread, stopped with a signal.
+// In a cross build (tests under qemu-user) the child runs under the same
+// emulator as the test; its pid is still the child program's own.
 
 #include <sys/types.h>
 
@@ -26,6 +28,9 @@ class ChildProcess {
     // child closed stderr first.
     bool waitForOutput(const std::string& text, std::chrono::milliseconds bound);
     std::string output() const;
+
+    // The command prefix put before `path` (empty in a native build).
+    static const std::vector<std::string>& emulator();
 
     void signal(int sig);
     // Waits for exit; the exit status (or 128 + signal), -1 when the bound passed.
