@@ -15,6 +15,14 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+# Bionic's stat and dirent carry 64-bit inode numbers and offsets on 32-bit
+# ARM; glibc's do only with large-file support. Without it readdir and nftw
+# fail with EOVERFLOW on ext4 under qemu-user (a 64-bit process to the kernel,
+# which hands it 64-bit directory offsets). time_t stays 32 bits, as on the
+# device. -Wno-psabi silences notes about a GCC 7.1 ARM calling-convention
+# change that concerns only code mixed with GCC 6 objects.
+set(CMAKE_C_FLAGS_INIT "-D_FILE_OFFSET_BITS=64")
+set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
 
 if(NOT VEMO_ARMHF_SYSROOT)
     if(DEFINED ENV{VEMO_ARMHF_SYSROOT})
