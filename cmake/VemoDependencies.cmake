@@ -5,13 +5,16 @@ find_package(CURL REQUIRED)
 # Debian's RapidJSON config sets only an include variable, so we make our own
 # target. The 8-byte alignment keeps its pool allocator correct on 32-bit ARM,
 # where doubles and 64-bit integers need 8-byte alignment; it must be a compile
-# option because CMake drops function-like macros given as definitions.
+# option because CMake drops function-like macros given as definitions. It is
+# set for every target, not only those linking vemo_rapidjson: the headers are
+# on the default include path, and a translation unit that includes them
+# without the option (a test linking a library that uses RapidJSON privately)
+# would both misalign values and break the one-definition rule.
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED)
 add_library(vemo_rapidjson INTERFACE)
 target_include_directories(vemo_rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE_DIR})
 target_compile_definitions(vemo_rapidjson INTERFACE RAPIDJSON_HAS_STDSTRING=1)
-target_compile_options(vemo_rapidjson INTERFACE
-    "-DRAPIDJSON_ALIGN(x)=(((x)+static_cast<size_t>(7u))&~static_cast<size_t>(7u))")
+add_compile_options("-DRAPIDJSON_ALIGN(x)=(((x)+static_cast<size_t>(7u))&~static_cast<size_t>(7u))")
 
 if(VEMO_BUILD_TESTS)
     find_package(GTest REQUIRED)

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "ChildProcessEmulator.h"
+
 namespace vemo {
 namespace test {
 
@@ -17,7 +19,11 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
     if (pipe2(fds, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
     }
-    std::vector<std::string> argStore{path};
+    std::vector<std::string> argStore;
+    if (isTargetProgram(path)) {
+        argStore = emulator();
+    }
+    argStore.push_back(path);
     argStore.insert(argStore.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (auto& a : argStore) {
@@ -34,7 +40,7 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
         for (const auto& kv : env) {
             setenv(kv.first.c_str(), kv.second.c_str(), 1);
         }
-        execv(path.c_str(), argv.data());
+        execv(argv[0], argv.data());
         _exit(127);
     }
     close(fds[1]);
@@ -56,6 +62,43 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
         std::lock_guard<std::mutex> lock(mutex_);
         eof_ = true;
     });
+}
+
+const std::vector<std::string>& ChildProcess::emulator() {
+    return childProcessEmulator();
+}
+
+namespace {
+
+// ELF class, byte order and machine: what decides whether a program is built
+// for the same target as the running test.
+bool readElfKind(const std::string& path, std::string* kind) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    unsigned char header[20];
+    const ssize_t n = read(fd, header, sizeof header);
+    close(fd);
+    if (n != static_cast<ssize_t>(sizeof header) || header[0] != 0x7f || header[1] != 'E' ||
+        header[2] != 'L' || header[3] != 'F') {
+        return false;
+    }
+    kind->assign({static_cast<char>(header[4]), static_cast<char>(header[5]),
+                  static_cast<char>(header[18]), static_cast<char>(header[19])});
+    return true;
+}
+
+}  // namespace
+
+bool ChildProcess::isTargetProgram(const std::string& path) {
+    if (emulator().empty()) {
+        return false;
+    }
+    // Under qemu-user /proc/self/exe is the emulated test program itself.
+    std::string own;
+    std::string other;
+    return readElfKind("/proc/self/exe", &own) && readElfKind(path, &other) && own == other;
 }
 
 ChildProcess::~ChildProcess() {

@@ -1,6 +1,10 @@
 #pragma once
 // A child process for integration tests: started with extra environment
 // variables, its stderr collected on a thread, stopped with a signal.
+// In a cross build (tests under qemu-user) a child program built for the
+// target runs under the same emulator as the test (its pid is still the
+// program's own); host programs such as /bin/sh run as they are, so a host
+// program that starts a target program must put emulator() before it.
 
 #include <sys/types.h>
 
@@ -26,6 +30,12 @@ class ChildProcess {
     // child closed stderr first.
     bool waitForOutput(const std::string& text, std::chrono::milliseconds bound);
     std::string output() const;
+
+    // The command prefix that runs a target program (empty in a native build).
+    static const std::vector<std::string>& emulator();
+    // True when `path` is a program for the cross build's target, which
+    // ChildProcess starts under emulator().
+    static bool isTargetProgram(const std::string& path);
 
     void signal(int sig);
     // Waits for exit; the exit status (or 128 + signal), -1 when the bound passed.
