@@ -171,7 +171,11 @@ class VemoCtlProcessTest : public ::testing::Test {
     std::unique_ptr<ChildProcess> startCtl(const std::vector<std::string>& args) {
         // stdout goes to a file so that it stays apart from stderr.
         std::vector<std::string> shell{"-c", "out=$1; shift; exec \"$@\" >\"$out\"", "sh",
-                                       root_.path("/vemoctl.out"), VEMOCTL_PATH};
+                                       root_.path("/vemoctl.out")};
+        // The shell is a host program; vemoctl may need the target's emulator.
+        const auto& emulator = ChildProcess::emulator();
+        shell.insert(shell.end(), emulator.begin(), emulator.end());
+        shell.push_back(VEMOCTL_PATH);
         shell.insert(shell.end(), args.begin(), args.end());
         return std::make_unique<ChildProcess>(
             "/bin/sh", shell,
