@@ -29,20 +29,12 @@ status_t FrameReader::fill(int fd, size_t need) {
     }
     while (mEnd - mBegin < need) {
         const ssize_t n = recv(fd, mBuffer.data() + mEnd, mBuffer.size() - mEnd, 0);
-        if (n == 0) {
-            return DEAD_OBJECT;
-        }
-        if (n < 0) {
-            if (errno == EINTR) {
+        if (n <= 0) {
+            const status_t failure = recvFailureStatus(n, errno);
+            if (failure == OK) {
                 continue;
             }
-            if (errno == EAGAIN || errno == EWOULDBLOCK) {
-                return TIMED_OUT;
-            }
-            if (errno == ECONNRESET || errno == EPIPE) {
-                return DEAD_OBJECT;
-            }
-            return UNKNOWN_ERROR;
+            return failure;
         }
         mEnd += static_cast<size_t>(n);
     }

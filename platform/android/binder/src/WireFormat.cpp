@@ -182,24 +182,32 @@ status_t sendAll(int fd, const void* data, size_t len) {
     return OK;
 }
 
+status_t recvFailureStatus(ssize_t n, int err) {
+    if (n == 0) {
+        return DEAD_OBJECT;
+    }
+    if (err == EINTR) {
+        return OK;
+    }
+    if (err == EAGAIN || err == EWOULDBLOCK) {
+        return TIMED_OUT;
+    }
+    if (err == ECONNRESET || err == EPIPE) {
+        return DEAD_OBJECT;
+    }
+    return UNKNOWN_ERROR;
+}
+
 status_t recvAll(int fd, void* data, size_t len) {
     auto* p = static_cast<uint8_t*>(data);
     while (len > 0) {
         const ssize_t n = recv(fd, p, len, 0);
-        if (n == 0) {
-            return DEAD_OBJECT;
-        }
-        if (n < 0) {
-            if (errno == EINTR) {
+        if (n <= 0) {
+            const status_t failure = recvFailureStatus(n, errno);
+            if (failure == OK) {
                 continue;
             }
-            if (errno == EAGAIN || errno == EWOULDBLOCK) {
-                return TIMED_OUT;
-            }
-            if (errno == ECONNRESET || errno == EPIPE) {
-                return DEAD_OBJECT;
-            }
-            return UNKNOWN_ERROR;
+            return failure;
         }
         p += n;
         len -= static_cast<size_t>(n);

@@ -28,6 +28,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 #include <string>
 #include <vector>
@@ -95,6 +96,9 @@ status_t decodePayload(const uint8_t* payload, size_t size, Frame* frame);
 // UNKNOWN_ERROR for anything else.
 status_t sendAll(int fd, const void* data, size_t len);
 status_t recvAll(int fd, void* data, size_t len);
+// The status of a recv() that returned 0 (peer closed) or failed with `err`;
+// OK for EINTR, where the caller simply retries.
+status_t recvFailureStatus(ssize_t n, int err);
 // Sets SO_SNDTIMEO and SO_RCVTIMEO (0 = no bound).
 void setSocketTimeouts(int fd, int sendMillis, int recvMillis);
 
