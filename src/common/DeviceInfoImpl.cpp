@@ -4,7 +4,6 @@
 
 #include <pellux/managers/BasicUtilsManager.h>
 #include <cctype>
-#include <regex>
 #include <stdexcept>
 
 #include "common/VemoLogger.h"
@@ -17,9 +16,33 @@ const VemoLogger logger{"DeviceInfo"};
 
 using com::nimbel::pellux::managers::BasicUtilsManager;
 
+bool isAsciiLetter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// The same language as "^[A-Za-z]{2,4}([_-]([A-Za-z]{2}|[0-9]{3}))$", checked
+// by hand: the locale is read for every telemetry event, and a regex match
+// cost more than the rest of the check.
 bool isValidLocale(const std::string& value) {
-    static const std::regex kLocale("^[A-Za-z]{2,4}([_-]([A-Za-z]{2}|[0-9]{3}))$");
-    return std::regex_match(value, kLocale);
+    const std::string::size_type sep = value.find_first_of("_-");
+    if (sep == std::string::npos || sep < 2 || sep > 4) {
+        return false;
+    }
+    for (std::string::size_type i = 0; i < sep; ++i) {
+        if (!isAsciiLetter(value[i])) {
+            return false;
+        }
+    }
+    const std::string region = value.substr(sep + 1);
+    if (region.size() == 2) {
+        return isAsciiLetter(region[0]) && isAsciiLetter(region[1]);
+    }
+    return region.size() == 3 && isAsciiDigit(region[0]) && isAsciiDigit(region[1]) &&
+           isAsciiDigit(region[2]);
 }
 
 bool isAlnumOnly(const std::string& value) {

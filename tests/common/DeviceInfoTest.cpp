@@ -114,7 +114,10 @@ INSTANTIATE_TEST_SUITE_P(
                       LocaleCase{"zh-Hans-CN", "ja-JP", "ja-JP"},
                       LocaleCase{"abcd_EF", nullptr, "abcd_EF"}, LocaleCase{"fr", "en", nullptr},
                       LocaleCase{nullptr, nullptr, nullptr}, LocaleCase{"en-US-", "e-US", nullptr},
-                      LocaleCase{"en_1234", "abcde-US", nullptr}));
+                      LocaleCase{"en_1234", "abcde-US", nullptr},
+                      LocaleCase{"en-U1", "en_12", nullptr}, LocaleCase{"e1-US", "en-us", "en-us"},
+                      LocaleCase{"en--US", "EN_419", "EN_419"},
+                      LocaleCase{"en-US.", "\xC3\xA9n-US", nullptr}));
 
 TEST_F(DeviceInfoTest, LocaleChangeIsSeenOnTheNextCall) {
     root.writeBuildProps({{"persist.sys.locale", "en-US"}});
