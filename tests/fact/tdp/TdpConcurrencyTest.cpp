@@ -111,9 +111,3 @@ TEST(TdpConcurrencyTest, EventsAndConfigurationsFromManyThreads) {
 }  // namespace
 }  // namespace tdp
 }  // namespace fact
-
-int main(int argc, char** argv) {
-    ::testing::InitGoogleTest(&argc, argv);
-    ::testing::AddGlobalTestEnvironment(new fact::tdp::test::HeartbeatStarted);
-    return RUN_ALL_TESTS();
-}

@@ -116,9 +116,3 @@ TEST(TdpEndToEndTest, EcsTraceBecomesVectorsThroughTheAnalyticsLibrary) {
 }  // namespace
 }  // namespace tdp
 }  // namespace fact
-
-int main(int argc, char** argv) {
-    ::testing::InitGoogleTest(&argc, argv);
-    ::testing::AddGlobalTestEnvironment(new fact::tdp::test::HeartbeatStarted);
-    return RUN_ALL_TESTS();
-}

@@ -1,21 +1,13 @@
 #pragma once
-// Support for the telemetry producer's tests: its data files
-// (tests/data/tdp) and a heartbeat that has sent its first report, so that
-// counts taken by a test are not zeroed under it.
+// Support for the telemetry producer's tests: its data files (tests/data/tdp).
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
-
-#include "TempDeviceRoot.h"
-#include "fact/FactHeartbeatMetric.h"
-#include "hostlog/LogCapture.h"
 
 namespace fact {
 namespace tdp {
@@ -42,22 +34,6 @@ inline std::vector<std::string> readTestLines(const std::string& name) {
     }
     return lines;
 }
-
-// Starts the process-wide heartbeat and waits (bounded) for its first report,
-// which zeroes every counter; registered as a global test environment.
-class HeartbeatStarted : public ::testing::Environment {
-  public:
-    void SetUp() override {
-        vemo::test::TempDeviceRoot root;
-        hostlog::LogCapture logs;
-        FactHeartbeatMetric::GetInstance();
-        for (int i = 0; i < 1000 && logs.count("Vemo:FactMetrics", "sendMetrics:Sending") == 0;
-             ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        ASSERT_NE(logs.count("Vemo:FactMetrics", "sendMetrics:Sending"), 0u);
-    }
-};
 
 }  // namespace test
 }  // namespace tdp

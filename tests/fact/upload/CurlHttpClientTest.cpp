@@ -11,7 +11,6 @@
 #include <memory>
 #include <stdexcept>
 
-#include "HeartbeatReady.h"
 #include "HttpsTestServer.h"
 #include "MisbehavingServer.h"
 #include "TempDeviceRoot.h"
@@ -57,10 +56,7 @@ int closedPort() {
 
 class CurlHttpClientTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        vemo::test::awaitFirstHeartbeatReport();
-        trustTestCa();
-    }
+    void SetUp() override { trustTestCa(); }
     void trustTestCa() { root.writeBuildProps({{CurlHttpClient::kCaFileProperty, pki.caFile()}}); }
 
     // The failure text a request to `url` ends with.

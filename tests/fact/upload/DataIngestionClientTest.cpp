@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "FakeHttpClient.h"
-#include "HeartbeatReady.h"
 #include "TempDeviceRoot.h"
 #include "fact/FactHeartbeatMetric.h"
 #include "fact/upload/DataIngestionClientWrapper.h"
@@ -35,7 +34,6 @@ const char* const kCounters[] = {"DataIngestionClientCampaignMetadataFailure",
 class DataIngestionClientTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        vemo::test::awaitFirstHeartbeatReport();
         for (const char* name : kCounters) {
             before[name] = heartbeat.getCount(name);
         }

@@ -6,7 +6,6 @@
 
 #include <set>
 
-#include "HeartbeatReady.h"
 #include "HttpsTestServer.h"
 #include "MisbehavingServer.h"
 #include "TempDeviceRoot.h"
@@ -40,7 +39,6 @@ std::string documentFor(const std::string& vector, const std::string& cohort) {
 class UploadOverHttpsTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        vemo::test::awaitFirstHeartbeatReport();
         root.provision(1, "device-token");
         failuresBefore = fact::FactHeartbeatMetric::GetInstance().getCount(kFailures);
     }

@@ -1,7 +1,9 @@
-// The heartbeat's first report goes out as soon as the instance exists and
-// zeroes the counters; tests that compare counts before and after an error
-// must start after it. This environment waits for that report once, before
-// any test of the binary runs.
+// The process-wide heartbeat sends its first report on its own thread as soon
+// as the instance exists, and that report zeroes every counter. A test that
+// compares a count before and after an error must not have the report land
+// between its two readings, so every test program that reads counts links
+// this environment: it creates the heartbeat and waits (bounded) for that
+// first report before any test runs.
 
 #include <gtest/gtest.h>
 #include <metricslog/MetricsCapture.h>
