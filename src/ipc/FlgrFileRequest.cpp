@@ -35,8 +35,10 @@ FlgrFileRequest::FlgrFileRequest(std::string filePath, std::string applicationId
 std::unique_ptr<FlgrFileRequest> FlgrFileRequest::fromJson(const std::string& text) {
     rapidjson::Document doc;
     // Full precision: the fast default path can land one unit above the float
-    // range's own bounds and change the narrowed value of others.
-    doc.Parse<rapidjson::kParseFullPrecisionFlag>(text.c_str(), text.size());
+    // range's own bounds and change the narrowed value of others. Iterative:
+    // the text arrives from a binder client, and nesting must not reach the stack.
+    doc.Parse<rapidjson::kParseFullPrecisionFlag | rapidjson::kParseIterativeFlag>(text.c_str(),
+                                                                                   text.size());
     if (doc.HasParseError() || !doc.IsObject()) {
         return nullptr;
     }

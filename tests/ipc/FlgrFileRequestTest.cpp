@@ -89,6 +89,13 @@ INSTANTIATE_TEST_SUITE_P(
                 R"({"flgrFilePath":"p","applicationId":"a","metadata":{},"scaleValue":1})"}),
     [](const ::testing::TestParamInfo<BadJson>& info) { return std::string(info.param.name); });
 
+TEST(FlgrFileRequestTest, DeepNestingGivesNoRequest) {
+    const std::size_t depth = 1000000;
+    EXPECT_EQ(FlgrFileRequest::fromJson(std::string(depth, '[') + std::string(depth, ']')),
+              nullptr);
+    EXPECT_EQ(FlgrFileRequest::fromJson(std::string(depth, '[')), nullptr);
+}
+
 TEST(FlgrFileRequestTest, NonFiniteScaleHasNoReadableForm) {
     const FlgrFileRequest request("p", "a", "m", std::numeric_limits<float>::infinity());
     EXPECT_EQ(request.toJson(),

@@ -39,7 +39,8 @@ const char kDifferentialPrivacySchema[] =
 CampaignMetadata parseCampaignMetadata(const std::string& text) {
     const char* const fn = "parseCampaignMetadata";
     rapidjson::Document metadata;
-    metadata.Parse(text.data(), text.size());
+    // Iterative: the text comes from outside, and nesting must not reach the stack.
+    metadata.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
     if (metadata.HasParseError()) {
         fail(fn, "Failed to parse campaign metadata json string, error code " +
                      parseErrorCode(metadata));
@@ -49,7 +50,8 @@ CampaignMetadata parseCampaignMetadata(const std::string& text) {
     }
     const rapidjson::Value& privacyText = metadata["differential_privacy"];
     rapidjson::Document privacy;
-    privacy.Parse(privacyText.GetString(), privacyText.GetStringLength());
+    privacy.Parse<rapidjson::kParseIterativeFlag>(privacyText.GetString(),
+                                                  privacyText.GetStringLength());
     if (privacy.HasParseError()) {
         fail(fn, "Failed to parse differential privacy json string, error code " +
                      parseErrorCode(privacy));

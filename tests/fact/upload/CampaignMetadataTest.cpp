@@ -74,6 +74,8 @@ INSTANTIATE_TEST_SUITE_P(
                     kInvalidCampaign},
         BadMetadata{"PrivacyMissing", "{\"campaign_id\":\"c\"}", kInvalidCampaign},
         BadMetadata{"NotAnObject", "[\"c\"]", kInvalidCampaign},
+        BadMetadata{"DeeplyNested", std::string(1000000, '[') + std::string(1000000, ']'),
+                    kInvalidCampaign},
         BadMetadata{"CohortSizeFraction", metadataText("{\\\"cohort_size\\\": 5.5}"),
                     kInvalidPrivacy},
         BadMetadata{"CohortSizeText", metadataText("{\\\"cohort_size\\\": \\\"5\\\"}"),
