@@ -20,6 +20,8 @@ std::string text(const rapidjson::Value& value) {
 
 constexpr int TdpSignalHandler::kMaxDepth;
 constexpr int TdpSignalHandler::kMaxSignals;
+constexpr std::size_t TdpSignalHandler::kMaxEventBytes;
+constexpr std::size_t TdpSignalHandler::kMaxKeys;
 
 TdpSignalHandler::TdpSignalHandler() {
     keyStates_.max_load_factor(1.0f);
@@ -64,6 +66,12 @@ bool TdpSignalHandler::loadDataProducerConfig(const std::string& json) {
 std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& json) {
     logger.d("%s:TdpSignalStorage::processEcsEvent", "processEcsEvent");
     std::vector<std::string> signals;
+    if (json.size() > kMaxEventBytes) {
+        logger.e("%s:ECS event of %zu bytes is larger than %zu bytes, dropped.", "processEcsEvent",
+                 json.size(), kMaxEventBytes);
+        FactHeartbeatMetric::GetInstance().addCount(kEventErrorCount);
+        return signals;
+    }
     rapidjson::Document document = parseJson(json);
     // An ECS event is an object of state keys; any other JSON is as useless
     // as text that does not parse.
@@ -73,6 +81,7 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
         FactHeartbeatMetric::GetInstance().addCount(kEventErrorCount);
         return signals;
     }
+    keysRefused_ = 0;
     for (const auto& member : document.GetObject()) {
         if (!processNestedEcsState(std::string(), member, signals, 0)) {
             logger.e(
@@ -83,6 +92,10 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
             FactHeartbeatMetric::GetInstance().addCount(kEventErrorCount);
             return signals;
         }
+    }
+    if (keysRefused_ > 0) {
+        logger.w("%s:%zu new ECS keys not remembered, already %zu keys.", "processEcsEvent",
+                 keysRefused_, kMaxKeys);
     }
     eventReceived_ = true;
     return signals;
@@ -141,8 +154,10 @@ void TdpSignalHandler::submitNewState(std::string key, const rapidjson::Value::M
     }
     if (it != keyStates_.end()) {
         it->second = std::move(value);
-    } else {
+    } else if (keyStates_.size() < kMaxKeys) {
         keyStates_.emplace(std::move(key), std::move(value));
+    } else {
+        ++keysRefused_;
     }
 }
 

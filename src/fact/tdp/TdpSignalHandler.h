@@ -7,14 +7,17 @@
 // criteria raises the data-event-triggered flag. The handler also keeps the
 // device's current UCID list (key "ucids").
 //
-// Bad events (not JSON, not an object, too many signals) are counted under
-// "TdpUnifiedSensingEventErrorCount" and yield nothing; nothing throws.
-// Remembered key states survive configuration changes.
+// Bad events (not JSON, not an object, too many signals, larger than
+// kMaxEventBytes) are counted under "TdpUnifiedSensingEventErrorCount" and
+// yield nothing; nothing throws. Remembered key states survive configuration
+// changes; at most kMaxKeys keys are remembered, so that a client sending ever
+// new keys cannot grow the daemon without bound.
 //
 // Not synchronised: TdpManager serialises every call on its mutex.
 
 #include <rapidjson/document.h>
 
+#include <cstddef>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -29,6 +32,12 @@ class TdpSignalHandler {
     // An event whose signals exceed this before a further top-level member is
     // dropped.
     static constexpr int kMaxSignals = 30;
+    // A device's ECS event is a few hundred bytes; a larger text is dropped
+    // before it is parsed.
+    static constexpr std::size_t kMaxEventBytes = 64 * 1024;
+    // Keys beyond this many are not remembered (and so never signal); the
+    // device reports a few dozen.
+    static constexpr std::size_t kMaxKeys = 512;
 
     TdpSignalHandler();
 
@@ -69,6 +78,8 @@ class TdpSignalHandler {
     std::vector<std::string> emitCriteria_;
     std::string ucids_;
     std::unordered_map<std::string, std::string> keyStates_;
+    // New keys of the current event that kMaxKeys kept out; logged once per event.
+    std::size_t keysRefused_ = 0;
 };
 
 }  // namespace tdp

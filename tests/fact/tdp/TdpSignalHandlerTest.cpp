@@ -25,6 +25,11 @@ const char kTooMany[] =
 const char kUnparsable[] =
     "processEcsEvent:TdpSignalStorage::processEcsEvent() - ECS event JSON could not be parsed";
 
+const std::string kOversized =
+    "processEcsEvent:ECS event of " + std::to_string(TdpSignalHandler::kMaxEventBytes + 11) +
+    " bytes is larger than " + std::to_string(TdpSignalHandler::kMaxEventBytes) +
+    " bytes, dropped.";
+
 class TdpSignalHandlerTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -60,6 +65,27 @@ TEST_F(TdpSignalHandlerTest, NestedObjectsFlattenAndArraysJoin) {
     EXPECT_THAT(handler.processEcsEvent(R"({"tags":["a",1]})"), IsEmpty());
     EXPECT_EQ(handler.getKeyStates().at("tags"), "a,b");
     EXPECT_THAT(handler.processEcsEvent(R"({"tags":[]})"), ElementsAre("TAGS_", "TAGS_CHANGED"));
+}
+
+// A client inventing new keys must not grow the daemon: keys past the limit
+// are not remembered, while the remembered ones keep signalling.
+TEST_F(TdpSignalHandlerTest, KeysPastTheLimitAreNotRemembered) {
+    const auto eventOfKeys = [](std::size_t count, const std::string& value) {
+        std::string json = "{";
+        for (std::size_t i = 0; i < count; ++i) {
+            json += (i == 0 ? "\"k" : ",\"k") + std::to_string(i) + "\":\"" + value + "\"";
+        }
+        return json + "}";
+    };
+    const std::size_t limit = TdpSignalHandler::kMaxKeys;
+    EXPECT_THAT(handler.processEcsEvent(eventOfKeys(limit + 10, "a")), IsEmpty());
+    EXPECT_EQ(handler.getKeyStates().size(), limit);
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_WARN, kTag,
+                              "processEcsEvent:10 new ECS keys not remembered, already " +
+                                  std::to_string(limit) + " keys."));
+    const std::string last = "k" + std::to_string(limit + 9);
+    EXPECT_THAT(handler.processEcsEvent(R"({"k0":"b",")" + last + R"(":"b"})"),
+                ElementsAre("K0_B", "K0_CHANGED"));
 }
 
 TEST_F(TdpSignalHandlerTest, OtherValueTypesAreSkippedWithADebugLine) {
@@ -170,17 +196,19 @@ INSTANTIATE_TEST_SUITE_P(
         BadEvent{"TopLevelString", R"("volume")", kUnparsable},
         BadEvent{"InvalidUtf8Escape", R"({"volume":"\uD800"})", kUnparsable},
         // Nesting far beyond any limit must not exhaust the stack while parsing.
-        BadEvent{"DeeplyNestedArrays", std::string(200000, '['), kUnparsable},
+        BadEvent{"DeeplyNestedArrays", std::string(60000, '['), kUnparsable},
         BadEvent{"DeeplyNestedObjects",
                  [] {
                      std::string s;
-                     for (int i = 0; i < 100000; ++i) {
+                     for (int i = 0; i < 8000; ++i) {
                          s += "{\"a\":";
                      }
-                     return s + "\"x\"" + std::string(100000, '}');
+                     return s + "\"x\"" + std::string(8000, '}');
                  }(),
                  nullptr},
-        BadEvent{"EnormousFirstValue", "{\"blob\":\"" + std::string(8 << 20, 'x') + "\"}", nullptr},
+        BadEvent{"Oversized",
+                 "{\"blob\":\"" + std::string(TdpSignalHandler::kMaxEventBytes, 'x') + "\"}",
+                 kOversized.c_str()},
         BadEvent{"OddTypes", R"({"n":1.5e308,"b":false,"z":null,"a":[[["x"]]],"o":{}})", nullptr}),
     [](const ::testing::TestParamInfo<BadEvent>& info) { return info.param.name; });
 
