@@ -167,31 +167,42 @@ void BM_DebugLineCaptured(benchmark::State& state) {
 }
 BENCHMARK(BM_DebugLineCaptured);
 
-// One attribute of L - 1 one-wide range bins: vectors of L elements.
-void BM_SendEventByLength(benchmark::State& state) {
-    const int length = static_cast<int>(state.range(0));
+// Range bins "b0".."b<count-1>", each one wide, starting at 0.
+std::string rangeBins(int count) {
     std::string bins;
-    for (int i = 0; i < length - 1; ++i) {
+    for (int i = 0; i < count; ++i) {
         bins += (i ? "," : "") + std::string(R"({"name": "b)") + std::to_string(i) +
                 R"(", "min": )" + std::to_string(i) + R"(, "max": )" + std::to_string(i + 1) +
                 R"(, "include_max": false})";
     }
-    const std::string campaign = R"({"campaign_id": "len)" + std::to_string(length) +
-                                 R"(", "data_producer": "p",
+    return bins;
+}
+
+// Vectors of L = 1 + N elements: N bins spread over two attributes (at most
+// 1000 in one, within the loader's bound on an array's length).
+void BM_SendEventByLength(benchmark::State& state) {
+    const int length = static_cast<int>(state.range(0));
+    const int outer = length > 1000 ? length / 1000 : 1;
+    const int inner = length / outer;
+    const std::string campaign =
+        R"({"campaign_id": "len)" + std::to_string(length) +
+        R"(", "data_producer": "p",
         "fact_compatibility_id": 1, "upload_frequency": [{"type": "time_seconds", "value": 3600}],
         "cohort_filters": ["device"], "data_producer_config": {},
         "differential_privacy_config": {"epsilon": 3.0, "cohort_size": 100, "config_version": 1},
         "data": [{"analytics_name": "n", "aggregation_function": "count", "datatype": "int32",
-                  "attributes": [{"name": "n", "type": "int32", "bin_type": "range", "bins": [)" +
-                                 bins + "]}]}]}";
+                  "attributes": [{"name": "m", "type": "int32", "bin_type": "range", "bins": [)" +
+        rangeBins(outer) + R"(]}, {"name": "n", "type": "int32", "bin_type": "range", "bins": [)" +
+        rangeBins(inner) + "]}]}]}";
     loadCampaign(campaign, "len.json");
     hostlog::LogCapture capture;
     int64_t n = 0;
-    // A value in the middle: bins are searched in order.
+    // Values in the middle: bins are searched in order.
     const std::string event =
         R"({"data_producer": "p", "attributes": [{"key": "device", "value": "d"},
-        {"key": "n", "value": ")" +
-        std::to_string(length / 2) + "\"}]}";
+        {"key": "m", "value": ")" +
+        std::to_string(outer / 2) + R"("}, {"key": "n", "value": ")" + std::to_string(inner / 2) +
+        "\"}]}";
     for (auto _ : state) {
         if (factDataProducerAdapter_SendEvent("p", event.c_str()) != 0) {
             state.SkipWithError("SendEvent failed");

@@ -47,7 +47,7 @@ std::string readFile(const std::string& path) {
     }
     // Real campaigns are kilobytes; the bound keeps a stray file from being
     // read whole and validated for minutes.
-    constexpr off_t kMaxSize = 16 << 20;
+    constexpr off_t kMaxSize = 1 << 20;
     if (info.st_size > kMaxSize) {
         throw std::runtime_error("Config file too large: " + path + " (" +
                                  std::to_string(info.st_size) + " bytes, limit " +
@@ -267,6 +267,9 @@ CampaignSchema convert(const std::string& path, const rapidjson::Document& doc,
 
 }  // namespace
 
+constexpr size_t CampaignSchemaProvider::kMaxArrayItems;
+constexpr size_t CampaignSchemaProvider::kMaxTotalArrayItems;
+
 CampaignSchemaProvider::CampaignSchemaProvider() {
     // Parsed on first use, once per process.
     static const std::shared_ptr<const ParsedSchema> embedded =
@@ -286,6 +289,17 @@ std::unordered_map<std::string, CampaignSchema> CampaignSchemaProvider::LoadConf
         // Nesting beyond what validation can walk safely counts as unparsable.
         if (doc.HasParseError() || json::TooDeep(doc)) {
             throw std::runtime_error("Failed to parse " + path + ". Content: " + content);
+        }
+        // Validation runs under the library's lock, and "uniqueItems" costs
+        // time quadratic in an array's length: a campaign of a hundred
+        // thousand bins would hold every other caller for minutes.
+        const json::ArrayItems items = json::CountArrayItems(doc);
+        if (items.longest > kMaxArrayItems || items.total > kMaxTotalArrayItems) {
+            throw std::runtime_error("Config file has too many array items: " + path +
+                                     " (longest " + std::to_string(items.longest) + ", total " +
+                                     std::to_string(items.total) + "; limits " +
+                                     std::to_string(kMaxArrayItems) + ", " +
+                                     std::to_string(kMaxTotalArrayItems) + ")");
         }
         if (!mSchema->document) {
             throw std::runtime_error("Failed to parse schema: " + mSchema->error);

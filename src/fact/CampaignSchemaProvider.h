@@ -7,6 +7,7 @@
 //
 // Holds only a shared pointer to the parsed schema; any thread.
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -20,6 +21,11 @@ namespace fact {
 class CampaignSchemaProvider {
   public:
     struct ParsedSchema;
+
+    // Bounds on a document's arrays, checked before validation: the longest
+    // one (4096 bins in one attribute) and all of them together.
+    static constexpr size_t kMaxArrayItems = 4096;
+    static constexpr size_t kMaxTotalArrayItems = 16384;
 
     // Validates against the embedded campaign schema.
     CampaignSchemaProvider();

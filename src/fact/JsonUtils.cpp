@@ -3,6 +3,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,27 @@ bool TooDeep(const rapidjson::Value& root) {
         }
     }
     return false;
+}
+
+ArrayItems CountArrayItems(const rapidjson::Value& root) {
+    ArrayItems items;
+    std::vector<const rapidjson::Value*> pending{&root};
+    while (!pending.empty()) {
+        const rapidjson::Value* value = pending.back();
+        pending.pop_back();
+        if (value->IsArray()) {
+            items.total += value->Size();
+            items.longest = std::max<size_t>(items.longest, value->Size());
+            for (const auto& item : value->GetArray()) {
+                pending.push_back(&item);
+            }
+        } else if (value->IsObject()) {
+            for (const auto& member : value->GetObject()) {
+                pending.push_back(&member.value);
+            }
+        }
+    }
+    return items;
 }
 
 const char* TypeName(const rapidjson::Value& value) {

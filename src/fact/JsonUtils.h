@@ -24,6 +24,14 @@ constexpr int kMaxDepth = 64;
 // True when arrays/objects nest deeper than kMaxDepth; walks iteratively.
 bool TooDeep(const rapidjson::Value& root);
 
+// The items of every array in a document, and the longest array's length;
+// validating "uniqueItems" costs time quadratic in an array's length.
+struct ArrayItems {
+    size_t total = 0;
+    size_t longest = 0;
+};
+ArrayItems CountArrayItems(const rapidjson::Value& root);
+
 // "Null", "False", "True", "Object", "Array", "String", "Number".
 const char* TypeName(const rapidjson::Value& value);
 

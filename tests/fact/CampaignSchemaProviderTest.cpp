@@ -202,14 +202,27 @@ TEST_F(BadDocuments, UnparsableSchemaText) {
 
 TEST_F(BadDocuments, UnreadableOrUnparsableFiles) {
     root.writeFile("/data/deep.json", std::string(5000, '[') + std::string(5000, ']'));
-    root.writeFile("/data/big.json", "{\"campaign_id\": \"" + std::string(1 << 20, 'x') + "\"");
-    root.writeFile("/data/huge.json", std::string((16 << 20) + 1, ' '));
+    root.writeFile("/data/big.json", "{\"campaign_id\": \"" + std::string(1 << 19, 'x') + "\"");
+    root.writeFile("/data/huge.json", std::string((1 << 20) + 1, ' '));
+    const auto enumBins = [](size_t count) {
+        std::string bins = "[";
+        for (size_t i = 0; i < count; ++i) {
+            bins += (i == 0 ? "\"" : ",\"") + std::to_string(i) + "\"";
+        }
+        return bins + "]";
+    };
+    // Over the bounds before validation could spend its quadratic time.
+    root.writeFile("/data/long.json", "{\"bins\": " + enumBins(4097) + "}");
+    root.writeFile("/data/many.json", "[" + enumBins(4096) + "," + enumBins(4096) + "," +
+                                          enumBins(4096) + "," + enumBins(4093) + "]");
     const std::string huge = root.path("/data/huge.json");
     struct Row {
         std::string path, error;
     };
     const std::string deep = root.path("/data/deep.json");
     const std::string big = root.path("/data/big.json");
+    const std::string longArray = root.path("/data/long.json");
+    const std::string many = root.path("/data/many.json");
     const std::vector<Row> rows = {
         {"/no/such/file.json", "Failed to open config file: /no/such/file.json"},
         {root.path("/data"), "Failed to open config file: " + root.path("/data")},
@@ -221,7 +234,11 @@ TEST_F(BadDocuments, UnreadableOrUnparsableFiles) {
              ". Content: " + fact::test::readText(dataPath("truncated.json"))},
         {deep, "Failed to parse " + deep + ". Content: " + fact::test::readText(deep)},
         {big, "Failed to parse " + big + ". Content: " + fact::test::readText(big)},
-        {huge, "Config file too large: " + huge + " (16777217 bytes, limit 16777216)"},
+        {huge, "Config file too large: " + huge + " (1048577 bytes, limit 1048576)"},
+        {longArray, "Config file has too many array items: " + longArray +
+                        " (longest 4097, total 4097; limits 4096, 16384)"},
+        {many, "Config file has too many array items: " + many +
+                   " (longest 4096, total 16385; limits 4096, 16384)"},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(kWrapper + row.path + " Error: " + row.error,
