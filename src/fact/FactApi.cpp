@@ -257,9 +257,12 @@ fact_status_t factVector_Deserialize(const char* campaignId, const int* vectorDa
             return kFailed;
         }
         logger.i("%s:Deserialize Vector of CampaignId: %s", fn, id.c_str());
+        if (vectorSize == 0 || vectorData == nullptr) {
+            logger.e("%s:vectorSize is invalid", fn);
+            return kFailed;
+        }
         const fact::Campaign& campaign = campaignOrThrow(id);
-        if (vectorSize == 0 || vectorData == nullptr ||
-            vectorSize != static_cast<unsigned int>(campaign.VectorLength())) {
+        if (vectorSize != static_cast<unsigned int>(campaign.VectorLength())) {
             logger.e("%s:vectorSize is invalid", fn);
             return kFailed;
         }

@@ -220,6 +220,9 @@ TEST_F(FactApiTest, RefusesBadArgumentsWithTheirLines) {
          "factVector_Deserialize:campaignId is empty"},
         {[] { return factVector_Deserialize("c", nullptr, 0, nullptr); },
          "factVector_Deserialize:result_callback is null"},
+        // The size is checked before the campaign is looked up.
+        {[] { return factVector_Deserialize("no-such-campaign", nullptr, 0, recordVector); },
+         "factVector_Deserialize:vectorSize is invalid"},
         {[] { return fact_CreateCampaign("/no/such/campaign.json"); },
          "fact_CreateCampaign: Failed to load campaign config from path: /no/such/campaign.json "
          "Error: Failed to open config file: /no/such/campaign.json"},
