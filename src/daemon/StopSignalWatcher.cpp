@@ -18,6 +18,12 @@ StopSignalWatcher::~StopSignalWatcher() {
         pthread_kill(thread_.native_handle(), SIGTERM);
     }
     thread_.join();
+    // A second stop signal (Ctrl-C, then a TERM from a supervisor) may still be
+    // pending; unblocked, its default action would kill a process that is
+    // already stopping cleanly.
+    const timespec now{0, 0};
+    while (sigtimedwait(&signals_, nullptr, &now) > 0) {
+    }
     pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
 }
 

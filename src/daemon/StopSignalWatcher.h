@@ -6,7 +6,8 @@
 // created afterwards inherits the mask, so construct it first in main, before
 // any other thread exists. A dedicated thread then waits for the signals with
 // sigwait() and calls the stop function once. The destructor ends that thread
-// whether or not a signal came and restores the calling thread's signal mask.
+// whether or not a signal came, discards stop signals still pending and
+// restores the calling thread's signal mask.
 
 #include <pthread.h>
 #include <signal.h>

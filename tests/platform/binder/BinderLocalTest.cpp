@@ -113,6 +113,21 @@ TEST(BinderLocal, SystemTransactionsAndUnknownCodes) {
     EXPECT_EQ(counter->transact(0x1234, data, &reply), android::UNKNOWN_TRANSACTION);
     EXPECT_EQ(counter->transact(android::IBinder::SYSPROPS_TRANSACTION, data, &reply), OK);
     EXPECT_EQ(counter->transact(android::IBinder::DUMP_TRANSACTION, data, &reply), OK);
+    // Argument counts far beyond what the parcel holds, which ends in a
+    // fragment too short for a string: both calls must return, not spin.
+    for (const auto& [code, descriptors] :
+         {std::pair<uint32_t, int>{android::IBinder::DUMP_TRANSACTION, 1},
+          std::pair<uint32_t, int>{android::IBinder::SHELL_COMMAND_TRANSACTION, 3}}) {
+        Parcel lying;
+        for (int i = 0; i < descriptors * 6; ++i) {
+            lying.writeInt32(0);  // not a file descriptor object
+        }
+        lying.writeInt32(0x7fffffff);
+        lying.writeInt32(0);
+        lying.setDataSize(lying.dataSize() - 2);
+        lying.setDataPosition(0);
+        EXPECT_EQ(counter->transact(code, lying, &reply), OK) << code;
+    }
     Parcel wrongToken;
     wrongToken.writeInterfaceToken(String16("vemo.test.IOther"));
     EXPECT_EQ(counter->transact(android::IBinder::FIRST_CALL_TRANSACTION, wrongToken, &reply),

@@ -97,8 +97,11 @@ status_t BBinder::onTransact(uint32_t code, const Parcel& data, Parcel* reply, u
             const int fd = data.readFileDescriptor();
             const int32_t argc = data.readInt32();
             Vector<String16> args;
-            for (int32_t i = 0; i < argc && data.dataAvail() > 0; i++) {
-                args.add(data.readString16());
+            // Stop at the first argument that is not there: a parcel that
+            // claims more than it holds must not keep the thread looping.
+            String16 arg;
+            for (int32_t i = 0; i < argc && data.readString16(&arg) == NO_ERROR; i++) {
+                args.add(arg);
             }
             return dump(fd, args);
         }
@@ -109,8 +112,8 @@ status_t BBinder::onTransact(uint32_t code, const Parcel& data, Parcel* reply, u
             data.readFileDescriptor();
             data.readFileDescriptor();
             const int32_t argc = data.readInt32();
-            for (int32_t i = 0; i < argc && data.dataAvail() > 0; i++) {
-                data.readString16();
+            String16 arg;
+            for (int32_t i = 0; i < argc && data.readString16(&arg) == NO_ERROR; i++) {
             }
             data.readStrongBinder();  // shell callback
             const sp<IBinder> resultReceiver = data.readStrongBinder();
