@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <regex>
+#include <thread>
 
 #include "ChildProcess.h"
 #include "TempDeviceRoot.h"
@@ -32,8 +33,13 @@ TEST_P(DaemonProcessTest, StartsLogsReportsAndStopsCleanly) {
               std::string::npos);
     EXPECT_FALSE(root.exists("/data/securedStorageLocation/nimbel.speech.sim/ww_gradients.flgr"));
 
-    // Exactly one heartbeat record so far, in the device's metrics log.
-    const std::string metrics = root.readFile("/data/metrics/metrics.log");
+    // Exactly one heartbeat record so far, in the device's metrics log. The
+    // record is written after the report's log lines, so wait for it.
+    std::string metrics;
+    for (int i = 0; i < 3000 && metrics.find('\n') == std::string::npos; ++i) {
+        std::this_thread::sleep_for(10ms);
+        metrics = root.readFile("/data/metrics/metrics.log");
+    }
     EXPECT_NE(metrics.find(" 4 vemod rnzgvlsf fyln/2/02330460 100 "), std::string::npos) << metrics;
     EXPECT_NE(
         metrics.find("MetricName=FactDeviceClientHeartBeat;SY,FactDeviceClientHeartBeat=1;IN"),
