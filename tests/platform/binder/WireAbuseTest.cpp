@@ -241,6 +241,27 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
     expectStillServing();
 }
 
+// More peers than the pool has threads stop in the middle of a frame; an
+// ordinary call is still served while they are all connected (a server that
+// waited on them would answer only after dropping them).
+TEST_F(WireAbuseTest, PeersStalledMidFrameHoldNoThread) {
+    std::vector<int> stalled;
+    for (int i = 0; i < 20; ++i) {
+        const int fd = connectRaw();
+        auto bytes = header(kFrameMagic, FRAME_TRANSACTION, 1000, 0, 0, serviceNode);
+        bytes.resize(i % 2 == 0 ? bytes.size() + 1 : 4, 0);  // into the payload, or the header
+        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), android::OK);
+        stalled.push_back(fd);
+    }
+    expectStillServing();
+    for (const int fd : stalled) {
+        pollfd p{fd, POLLIN, 0};
+        EXPECT_EQ(poll(&p, 1, 0), 0) << "a stalled peer was dropped first";
+        close(fd);
+    }
+    expectStillServing();
+}
+
 TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {
     for (int i = 0; i < 3; ++i) {
         const int fd = connectRaw();

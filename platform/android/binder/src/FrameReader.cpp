@@ -16,20 +16,26 @@ void FrameReader::clear() {
     }
 }
 
-status_t FrameReader::fill(int fd, size_t need) {
-    if (mBuffer.size() - mBegin < need) {
-        if (mBegin > 0) {
-            memmove(mBuffer.data(), mBuffer.data() + mBegin, mEnd - mBegin);
-            mEnd -= mBegin;
-            mBegin = 0;
-        }
-        if (mBuffer.size() < need) {
-            mBuffer.resize(need < kChunk ? kChunk : need);
-        }
+status_t FrameReader::fill(int fd, size_t need, bool wait) {
+    if (mBuffer.size() - mBegin < need && mBegin > 0) {
+        memmove(mBuffer.data(), mBuffer.data() + mBegin, mEnd - mBegin);
+        mEnd -= mBegin;
+        mBegin = 0;
     }
     while (mEnd - mBegin < need) {
-        const ssize_t n = recv(fd, mBuffer.data() + mEnd, mBuffer.size() - mEnd, 0);
+        if (mBuffer.size() == mEnd) {
+            // Grow with what arrives (doubling, at most to the frame's size),
+            // never to a size a header merely announces.
+            const size_t target = mBegin + need;
+            size_t size = mBuffer.size() < kChunk ? kChunk : mBuffer.size() * 2;
+            mBuffer.resize(size < target ? size : target);
+        }
+        const ssize_t n =
+            recv(fd, mBuffer.data() + mEnd, mBuffer.size() - mEnd, wait ? 0 : MSG_DONTWAIT);
         if (n <= 0) {
+            if (!wait && n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+                return WOULD_BLOCK;
+            }
             const status_t failure = recvFailureStatus(n, errno);
             if (failure == OK) {
                 continue;
@@ -42,7 +48,15 @@ status_t FrameReader::fill(int fd, size_t need) {
 }
 
 status_t FrameReader::read(int fd, Frame* frame) {
-    status_t err = fill(fd, kFrameHeaderSize);
+    return readFrame(fd, frame, true);
+}
+
+status_t FrameReader::readAvailable(int fd, Frame* frame) {
+    return readFrame(fd, frame, false);
+}
+
+status_t FrameReader::readFrame(int fd, Frame* frame, bool wait) {
+    status_t err = fill(fd, kFrameHeaderSize, wait);
     if (err != OK) {
         return err;
     }
@@ -50,7 +64,7 @@ status_t FrameReader::read(int fd, Frame* frame) {
         return BAD_VALUE;
     }
     const size_t payload = payloadSize(frame->header);
-    err = fill(fd, kFrameHeaderSize + payload);
+    err = fill(fd, kFrameHeaderSize + payload, wait);
     if (err != OK) {
         return err;
     }

@@ -174,11 +174,15 @@ void Transport::acceptAll(Watch* listener) {
 
 void Transport::serveConnection(Watch* conn) {
     // Frames the peer sent back to back (one-way calls) are served in order
-    // before the connection is waited on again; a frame already begun is read
-    // on within the stall bound.
-    do {
+    // before the connection is waited on again; a frame that has not fully
+    // arrived stays buffered, and the connection is waited on again without
+    // holding this thread.
+    for (;;) {
         Frame frame;
-        const status_t err = conn->reader.read(conn->fd, &frame);
+        const status_t err = conn->reader.readAvailable(conn->fd, &frame);
+        if (err == WOULD_BLOCK) {
+            break;
+        }
         if (err != OK) {
             if (err != DEAD_OBJECT) {
                 __android_log_print(ANDROID_LOG_WARN, kTag,
@@ -192,7 +196,12 @@ void Transport::serveConnection(Watch* conn) {
             closeWatch(conn);
             return;
         }
-    } while (conn->reader.hasPending());
+        // Nothing buffered: epoll (level-triggered) reports bytes that came
+        // in meanwhile as soon as the connection is re-armed.
+        if (!conn->reader.hasPending()) {
+            break;
+        }
+    }
     rearm(conn);
 }
 
