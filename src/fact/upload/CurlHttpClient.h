@@ -9,8 +9,9 @@
 // it is re-read for every transfer. Only https URLs are accepted, so the
 // access token never travels in clear text.
 //
-// libcurl sets no time limit of its own: a peer that accepts the connection
-// and then goes silent would hold the calling thread forever. Every transfer
+// libcurl bounds only the connect phase (300 s) by default: a peer that
+// accepts the connection and then goes silent would hold the calling thread
+// forever. Every transfer
 // is therefore bounded by Limits (connect phase, lowest sustained speed, and
 // the whole transfer).
 //
