@@ -24,11 +24,17 @@ status_t FrameReader::fill(int fd, size_t need, bool wait) {
     }
     while (mEnd - mBegin < need) {
         if (mBuffer.size() == mEnd) {
-            // Grow with what arrives (doubling, at most to the frame's size),
-            // never to a size a header merely announces.
+            // Grow with what arrives (a chunk, then doubling up to the
+            // frame's size), never to a size a header merely announces.
             const size_t target = mBegin + need;
-            size_t size = mBuffer.size() < kChunk ? kChunk : mBuffer.size() * 2;
-            mBuffer.resize(size < target ? size : target);
+            size_t size = mBuffer.size() * 2;
+            if (size > target) {
+                size = target;
+            }
+            if (size < kChunk) {
+                size = kChunk;
+            }
+            mBuffer.resize(size);
         }
         const ssize_t n =
             recv(fd, mBuffer.data() + mEnd, mBuffer.size() - mEnd, wait ? 0 : MSG_DONTWAIT);
