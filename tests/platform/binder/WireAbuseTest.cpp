@@ -205,6 +205,16 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
     badObject.refs[0] = ObjectRef{1, 0, "/nonexistent/socket"};
     EXPECT_EQ(exchange(&badObject), android::FAILED_TRANSACTION);
 
+    // References naming sockets outside the binder directory: the server
+    // must not be made to connect there.
+    obj.type = BINDER_TYPE_HANDLE;
+    memcpy(badObject.data.data(), &obj, sizeof obj);
+    for (const std::string& elsewhere :
+         {root.path("/data/other.sock"), path + "/../x", std::string("relative"), path + "/"}) {
+        badObject.refs[0] = ObjectRef{1, 0, elsewhere};
+        EXPECT_EQ(exchange(&badObject), android::FAILED_TRANSACTION) << elsewhere;
+    }
+
     // Truncated parcels reach the handler, whose reads fail cleanly.
     Frame truncated;
     truncated.header.kind = FRAME_TRANSACTION;

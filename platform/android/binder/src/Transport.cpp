@@ -76,6 +76,29 @@ bool Transport::isOwnPath(const std::string& path) {
     return false;
 }
 
+bool Transport::isBinderSocketPath(const std::string& path) {
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return false;
+    }
+    const std::string name = path.substr(slash + 1);
+    if (name.empty() || name == "." || name == "..") {
+        return false;
+    }
+    const std::string dir = path.substr(0, slash);
+    if (dir == vemo::platform::devicePath("/dev/socket/binder")) {
+        return true;
+    }
+    std::lock_guard<std::mutex> lock(mLock);
+    for (const auto& ep : mEndpoints) {
+        if (ep.path.compare(0, slash + 1, path, 0, slash + 1) == 0 &&
+            ep.path.find('/', slash + 1) == std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
 uint64_t Transport::exportLocal(const sp<IBinder>& binder, bool pin) {
     std::lock_guard<std::mutex> lock(mLock);
     const auto it = mNodeByBinder.find(binder.get());
@@ -374,6 +397,12 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
             obj.cookie = reinterpret_cast<uintptr_t>(bbinder);
             refs.push_back(local);
         } else {
+            if (!isBinderSocketPath(ref.path)) {
+                __android_log_print(ANDROID_LOG_WARN, kTag,
+                                    "Refusing a reference outside the binder directory: %s",
+                                    ref.path.c_str());
+                return BAD_VALUE;
+            }
             const sp<BpBinder> proxy = proxyFor(ref.path, ref.node, (ref.flags & REF_COUNTED) != 0);
             obj.type = BINDER_TYPE_HANDLE;
             obj.binder = 0;

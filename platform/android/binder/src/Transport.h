@@ -118,6 +118,10 @@ class Transport {
     bool acquireNode(uint64_t node, uint64_t count);
     sp<IBinder> lookupNode(uint64_t node);
     bool isOwnPath(const std::string& path);
+    // A socket of the binder directory (of this root or of one of our
+    // endpoints): the only places a reference received from a peer may name,
+    // so that a peer cannot make this process connect anywhere else.
+    bool isBinderSocketPath(const std::string& path);
     sp<BpBinder> proxyFor(const std::string& path, uint64_t node, bool counted);
     void markPathDead(const std::string& path);
     void markHandleDead(int32_t handle);
