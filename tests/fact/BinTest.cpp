@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "FactTestSupport.h"
 #include "fact/Attr.h"
 #include "fact/Bin.h"
 #include "fact/DataType.h"
@@ -17,151 +17,117 @@ namespace {
 using fact::Attr;
 using fact::Bin;
 using fact::DataType;
+using fact::test::errorOf;
 
 TEST(DataTypeTest, ConvertsExactTextsOnly) {
-    const std::vector<std::pair<std::string, int>> rows = {
-        {"uint32", 0}, {"uint64", 1}, {"int32", 2}, {"int64", 3},
-        {"double", 4}, {"string", 5}, {"bool", 6}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.second, DataType::FromString(row.first));
-    }
-    for (const std::string bad : {"Int32", "int", "", "uint32 "}) {
-        try {
-            DataType::FromString(bad);
-            ADD_FAILURE() << bad;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_EQ("Invalid data type string: " + bad, e.what());
-        }
-    }
+    const std::string names[] = {"uint32", "uint64", "int32", "int64", "double", "string", "bool"};
+    for (int i = 0; i < 7; ++i)
+        EXPECT_EQ(i, DataType::FromString(names[i]));
+    for (const std::string bad : {"Int32", "int", "", "uint32 "})
+        EXPECT_EQ("Invalid data type string: " + bad, errorOf([&] { DataType::FromString(bad); }));
 }
 
 // Outcome of one membership test: in, out, or the exception's text.
 std::string outcome(const Attr& attr, const std::string& value) {
-    try {
-        return attr.inRange(value) ? "in" : "out";
-    } catch (const std::exception& e) {
-        return std::string("throw ") + e.what();
-    }
+    bool in = false;
+    const std::string error = errorOf([&] { in = attr.inRange(value); });
+    return error != "ok" ? "throw " + error : in ? "in" : "out";
 }
 
-struct ConversionRow {
-    std::string declared;  // the attribute's type
-    std::string binKind;   // which Bin<T>
-    std::string value;
-    std::string expected;
-};
-
-// One attribute per row holding one bin [min, max] of the row's T.
-std::shared_ptr<Attr> attrFor(const ConversionRow& row) {
-    auto attr = std::make_shared<Attr>("a", row.declared);
-    if (row.binKind == "int")
+// One attribute of the declared type holding one bin [min, max] of the kind.
+std::shared_ptr<Attr> attrFor(const std::string& kind, const std::string& declared) {
+    auto attr = std::make_shared<Attr>("a", declared);
+    if (kind == "int")
         attr->addBin<int>("b", 0, 10, true);
-    if (row.binKind == "uint")
+    if (kind == "uint")
         attr->addBin<unsigned int>("b", 1, 4294967295u, true);
-    if (row.binKind == "ll")
+    if (kind == "ll")
         attr->addBin<long long>("b", -5000000000LL, 5000000000LL, true);
-    if (row.binKind == "ull")
+    if (kind == "ull")
         attr->addBin<unsigned long long>("b", 1, 5000000000ULL, true);
-    if (row.binKind == "double")
+    if (kind == "double")
         attr->addBin<double>("b", 0.5, 1.5, false);
-    if (row.binKind == "bool")
+    if (kind == "bool")
         attr->addBin<bool>("b", true, true, true);
     return attr;
 }
 
 TEST(BinTest, ConvertsByTheDeviceTable) {
-    const std::vector<ConversionRow> rows = {
+    struct Row {
+        std::string kind, declared, value, expected;
+    };
+    const Row rows[] = {
         // int: parsed for the 32-bit integer types, true-rule for the others.
-        {"int32", "int", "7", "in"},
-        {"int32", "int", " 10", "in"},
-        {"int32", "int", "11", "out"},
-        {"uint32", "int", "10abc", "in"},
-        {"int32", "int", "abc", "throw stoi"},
-        {"int32", "int", "2147483648", "throw stoi"},
-        {"int64", "int", "true", "in"},  // true-rule: 1
-        {"double", "int", "5", "in"},    // true-rule: 0
-        {"string", "int", "5", "throw Invalid data type"},
+        {"int", "int32", "7", "in"},
+        {"int", "int32", " 10", "in"},
+        {"int", "int32", "11", "out"},
+        {"int", "uint32", "10abc", "in"},
+        {"int", "int32", "abc", "throw stoi"},
+        {"int", "int32", "2147483648", "throw stoi"},
+        {"int", "int64", "true", "in"},  // true-rule: 1
+        {"int", "double", "5", "in"},    // true-rule: 0
+        {"int", "string", "5", "throw Invalid data type"},
         // unsigned int: strtoul of 32 bits, negative text wraps around.
-        {"uint32", "uint", "-1", "in"},
-        {"uint32", "uint", "0", "out"},
-        {"uint32", "uint", "4294967296", "throw stoul"},
-        {"uint32", "uint", "x", "throw stoul"},
-        {"int32", "uint", "true", "in"},
-        {"int32", "uint", "7", "out"},
+        {"uint", "uint32", "-1", "in"},
+        {"uint", "uint32", "0", "out"},
+        {"uint", "uint32", "4294967296", "throw stoul"},
+        {"uint", "uint32", "x", "throw stoul"},
+        {"uint", "int32", "true", "in"},
+        {"uint", "int32", "7", "out"},
         // long long: only 32-bit values, then widened.
-        {"int64", "ll", "2147483647", "in"},
-        {"int64", "ll", "-2147483648", "in"},
-        {"int64", "ll", "2147483648", "throw stol"},
-        {"uint64", "ll", "4294967295", "throw stol"},
-        {"int64", "ll", "", "throw stol"},
-        {"double", "ll", "true", "in"},
+        {"ll", "int64", "2147483647", "in"},
+        {"ll", "int64", "-2147483648", "in"},
+        {"ll", "int64", "2147483648", "throw stol"},
+        {"ll", "uint64", "4294967295", "throw stol"},
+        {"ll", "int64", "", "throw stol"},
+        {"ll", "double", "true", "in"},
         // unsigned long long: 32-bit strtoul.
-        {"uint64", "ull", "4294967295", "in"},
-        {"uint64", "ull", "4294967296", "throw stoul"},
-        {"uint64", "ull", "-1", "in"},
-        {"int64", "ull", "3", "out"},
+        {"ull", "uint64", "4294967295", "in"},
+        {"ull", "uint64", "4294967296", "throw stoul"},
+        {"ull", "uint64", "-1", "in"},
+        {"ull", "int64", "3", "out"},
         // double: every numeric declared type parses; bool uses true-rule.
         {"double", "double", "1.0", "in"},
         {"double", "double", "1.5", "out"},
         {"double", "double", "nan", "out"},
-        {"int32", "double", "0.5", "in"},
-        {"bool", "double", "true", "in"},
+        {"double", "int32", "0.5", "in"},
+        {"double", "bool", "true", "in"},
         {"double", "double", "x", "throw stod"},
         // bool: true-rule everywhere but "string".
         {"bool", "bool", "true", "in"},
         {"bool", "bool", "True", "out"},
-        {"int32", "bool", "1", "out"},
-        {"string", "bool", "true", "throw Invalid data type"},
+        {"bool", "int32", "1", "out"},
+        {"bool", "string", "true", "throw Invalid data type"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.declared + "/" + row.binKind + "/" + row.value);
-        EXPECT_EQ(row.expected, outcome(*attrFor(row), row.value));
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.kind + "/" + row.declared + "/" + row.value);
+        EXPECT_EQ(row.expected, outcome(*attrFor(row.kind, row.declared), row.value));
     }
 }
 
 TEST(BinTest, RangeBoundsAndEnumMatching) {
-    Attr attr("n", "int32");
-    attr.addBin<int>("low", 0, 10, false);
-    EXPECT_TRUE(attr.inRange("0"));
-    EXPECT_TRUE(attr.inRange("9"));
-    EXPECT_FALSE(attr.inRange("10"));
-    EXPECT_FALSE(attr.inRange("-1"));
-    Attr closed("n", "int32");
+    Attr open("open", "int32"), closed("closed", "int32"), overlap("overlap", "int32");
+    open.addBin<int>("low", 0, 10, false);
     closed.addBin<int>("low", 0, 10, true);
-    EXPECT_TRUE(closed.inRange("10"));
-
-    Attr overlap("n", "int32");
     overlap.addBin<int>("a", 0, 10, true);
     overlap.addBin<int>("b", 5, 15, true);
-    EXPECT_EQ(0, overlap.IndexInRange("7"));
-    EXPECT_EQ(1, overlap.IndexInRange("12"));
-    EXPECT_EQ(-1, overlap.IndexInRange("16"));
-    EXPECT_EQ(-1, Attr("empty", "int32").IndexInRange("1"));
-
-    Attr text("s", "string");
+    Attr text("text", "string"), numbers("numbers", "int64"), empty("empty", "int32");
     text.addBin<std::string>("a", "a");
     text.addBin<std::string>("b", "b");
-    EXPECT_EQ(1, text.IndexInRange("b"));
-    EXPECT_EQ(-1, text.IndexInRange("c"));
-    EXPECT_EQ(-1, text.IndexInRange("ab"));
-
-    Attr numbers("e", "int64");
     numbers.addBin<long long>("seven", 7);
-    EXPECT_EQ(0, numbers.IndexInRange("7"));
-    EXPECT_EQ(-1, numbers.IndexInRange("8"));
-}
-
-TEST(BinTest, StringRangesCompareBytes) {
-    Bin<std::string> bin("m", "b", "d", false);
-    EXPECT_TRUE(bin.inRange("b"));
-    EXPECT_TRUE(bin.inRange("czz"));
-    EXPECT_FALSE(bin.inRange("d"));
-    EXPECT_FALSE(bin.inRange("a"));
-    // Bytes above 0x7f sort after ASCII whatever the signedness of char.
-    Bin<std::string> high("h", "z", "\xc3\xa9", true);
-    EXPECT_TRUE(high.inRange("\xc3\xa9"));
-    EXPECT_TRUE(high.inRange("\xc3"));
-    EXPECT_FALSE(high.inRange("y"));
+    struct Row {
+        const Attr& attr;
+        std::string value;
+        int index;
+    };
+    const Row rows[] = {
+        {open, "0", 0},    {open, "9", 0},     {open, "10", -1},   {open, "-1", -1},
+        {closed, "10", 0}, {overlap, "7", 0},  {overlap, "12", 1}, {overlap, "16", -1},
+        {empty, "1", -1},  {text, "b", 1},     {text, "c", -1},    {text, "ab", -1},
+        {numbers, "7", 0}, {numbers, "8", -1},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(row.index, row.attr.IndexInRange(row.value)) << row.attr.name << " " << row.value;
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
 #pragma once
 // Shared helpers of the analytics library's tests: fixture paths, campaign
-// documents edited through JSON pointers, and event texts.
+// documents edited through JSON pointers, event texts and outcomes.
 
 #include <rapidjson/document.h>
 #include <rapidjson/pointer.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <cstddef>
+#include <exception>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -15,6 +17,8 @@
 
 namespace fact {
 namespace test {
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 inline std::string dataPath(const std::string& name) {
     return std::string(FACT_TEST_DATA_DIR) + "/" + name;
@@ -27,14 +31,9 @@ inline std::string readText(const std::string& path) {
     return out.str();
 }
 
-inline void writeText(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 // The fixture `name` with each (JSON pointer, JSON value text) applied; a
 // value text of "-" removes the member.
-inline std::string editedCampaign(const std::string& name,
-                                  const std::vector<std::pair<std::string, std::string>>& edits) {
+inline std::string editedCampaign(const std::string& name, const Pairs& edits) {
     rapidjson::Document doc;
     doc.Parse(readText(dataPath(name)).c_str());
     for (const auto& edit : edits) {
@@ -53,8 +52,7 @@ inline std::string editedCampaign(const std::string& name,
 }
 
 // {"data_producer": producer, "attributes": [{"key": k, "value": v}, ...]}
-inline std::string eventText(const std::string& producer,
-                             const std::vector<std::pair<std::string, std::string>>& attributes) {
+inline std::string eventText(const std::string& producer, const Pairs& attributes) {
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
     writer.StartObject();
@@ -73,6 +71,32 @@ inline std::string eventText(const std::string& producer,
     writer.EndArray();
     writer.EndObject();
     return buffer.GetString();
+}
+
+// "ok" when `call` returns, else the text of what it threw.
+template <typename Call>
+std::string errorOf(Call&& call) {
+    try {
+        call();
+        return "ok";
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+}
+
+// The index of the single 1 of a one-hot vector; -1 when all zero, -2 when
+// not one-hot.
+template <typename Values>
+int onePosition(const Values& values) {
+    int at = -1;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (values[i] == 0)
+            continue;
+        if (at >= 0 || values[i] != 1)
+            return -2;
+        at = static_cast<int>(i);
+    }
+    return at;
 }
 
 }  // namespace test
