@@ -8,56 +8,51 @@ namespace {
 
 using com::nimbel::pellux::managers::BasicUtilsManager;
 
-TEST(BasicUtilsManagerTest, ProvisionedDeviceGivesStateAndToken) {
-    vemo::test::TempDeviceRoot root;
-    root.provision(2, "Atza|token");
-    BasicUtilsManager* m = BasicUtilsManager::getManager();
-    ASSERT_EQ(m->init(300), BasicUtilsManager::OK);
-    EXPECT_EQ(BasicUtilsManager::getRegistrationState(m), 2);
-    std::string token;
-    EXPECT_EQ(BasicUtilsManager::getAccessToken(m, token), BasicUtilsManager::OK);
-    EXPECT_EQ(token, "Atza|token");
-}
-
-TEST(BasicUtilsManagerTest, MissingProvisioningFailsAfterTheWaitBound) {
-    vemo::test::TempDeviceRoot root;
-    BasicUtilsManager* m = BasicUtilsManager::getManager();
-    EXPECT_EQ(m->init(20), BasicUtilsManager::ERR_NOT_PROVISIONED);
-    EXPECT_EQ(BasicUtilsManager::getRegistrationState(m), 0);
-    std::string token = "unchanged";
-    EXPECT_EQ(BasicUtilsManager::getAccessToken(m, token), BasicUtilsManager::ERR_NOT_PROVISIONED);
-    EXPECT_EQ(token, "unchanged");
-}
-
-struct BadFile {
-    const char* contents;
-    int initResult;
+struct ProvisioningCase {
+    const char* name;
+    const char* file;  // nullptr: no provisioning file
+    int waitMs;
+    int init;
+    int state;
     int tokenResult;
+    const char* token;  // "unchanged": the caller's string is left alone
 };
 
-class BasicUtilsManagerBadFileTest : public ::testing::TestWithParam<BadFile> {};
+const ProvisioningCase kCases[] = {
+    {"Provisioned", "registration_state=2\naccess_token=Atza|token\n", 300, BasicUtilsManager::OK,
+     2, BasicUtilsManager::OK, "Atza|token"},
+    {"MissingFileFailsAfterTheWaitBound", nullptr, 20, BasicUtilsManager::ERR_NOT_PROVISIONED, 0,
+     BasicUtilsManager::ERR_NOT_PROVISIONED, "unchanged"},
+    {"Garbage", "garbage\n", 0, BasicUtilsManager::ERR_MALFORMED, 0,
+     BasicUtilsManager::ERR_MALFORMED, "unchanged"},
+    {"StateNotANumber", "registration_state=abc\n", 0, BasicUtilsManager::OK, 0,
+     BasicUtilsManager::ERR_NO_TOKEN, "unchanged"},
+    {"StateOutOfRangeTokenEmpty", "registration_state=99999999999\naccess_token=\n", 0,
+     BasicUtilsManager::OK, 0, BasicUtilsManager::ERR_NO_TOKEN, "unchanged"},
+    {"EmptyFile", "", 0, BasicUtilsManager::OK, 0, BasicUtilsManager::ERR_NO_TOKEN, "unchanged"},
+};
 
-TEST_P(BasicUtilsManagerBadFileTest, DegradesToErrorCodes) {
+class BasicUtilsManagerTest : public ::testing::TestWithParam<ProvisioningCase> {};
+
+TEST_P(BasicUtilsManagerTest, ReadsTheProvisioningFile) {
     vemo::test::TempDeviceRoot root;
-    root.writeFile("/data/pellux/provisioning", GetParam().contents);
+    if (GetParam().file != nullptr) {
+        root.writeFile("/data/pellux/provisioning", GetParam().file);
+    }
     BasicUtilsManager* m = BasicUtilsManager::getManager();
-    EXPECT_EQ(m->init(0), GetParam().initResult);
+    EXPECT_EQ(m->init(GetParam().waitMs), GetParam().init);
+    EXPECT_EQ(BasicUtilsManager::getRegistrationState(m), GetParam().state);
     std::string token = "unchanged";
     EXPECT_EQ(BasicUtilsManager::getAccessToken(m, token), GetParam().tokenResult);
-    EXPECT_EQ(token, "unchanged");
-    EXPECT_EQ(BasicUtilsManager::getRegistrationState(m), 0);
+    EXPECT_EQ(token, GetParam().token);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, BasicUtilsManagerBadFileTest,
-    ::testing::Values(
-        BadFile{"garbage\n", BasicUtilsManager::ERR_MALFORMED, BasicUtilsManager::ERR_MALFORMED},
-        BadFile{"registration_state=abc\n", BasicUtilsManager::OK, BasicUtilsManager::ERR_NO_TOKEN},
-        BadFile{"registration_state=99999999999\naccess_token=\n", BasicUtilsManager::OK,
-                BasicUtilsManager::ERR_NO_TOKEN},
-        BadFile{"", BasicUtilsManager::OK, BasicUtilsManager::ERR_NO_TOKEN}));
+INSTANTIATE_TEST_SUITE_P(Files, BasicUtilsManagerTest, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<ProvisioningCase>& info) {
+                             return std::string(info.param.name);
+                         });
 
-TEST(BasicUtilsManagerTest, NullManagerIsRefused) {
+TEST(BasicUtilsManagerNull, IsRefused) {
     std::string token;
     EXPECT_EQ(BasicUtilsManager::getAccessToken(nullptr, token), BasicUtilsManager::ERR_NO_MANAGER);
     EXPECT_EQ(BasicUtilsManager::getRegistrationState(nullptr), 0);

@@ -18,53 +18,45 @@ std::string get(const char* name) {
 }
 
 struct PropCase {
-    const char* buildProp;
+    const char* file;  // nullptr: none
+    std::string contents;
     const char* name;
-    const char* expected;
+    std::string expected;
 };
 
 class SystemPropertiesFileTest : public ::testing::TestWithParam<PropCase> {};
 
 TEST_P(SystemPropertiesFileTest, ReadsValueOrAbsent) {
     vemo::test::TempDeviceRoot root;
-    root.writeFile("/system/build.prop", GetParam().buildProp);
+    if (GetParam().file != nullptr) {
+        root.writeFile(GetParam().file, GetParam().contents);
+    }
     EXPECT_EQ(get(GetParam().name), GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Lines, SystemPropertiesFileTest,
-                         ::testing::Values(PropCase{"ro.serialno=G0001\n", "ro.serialno", "G0001"},
-                                           PropCase{"# comment\n\nro.a=1\n", "ro.a", "1"},
-                                           PropCase{"  ro.a = spaced  \r\n", "ro.a", "spaced"},
-                                           PropCase{"ro.a=1\nro.a=2\n", "ro.a", "2"},
-                                           PropCase{"ro.a=x=y\n", "ro.a", "x=y"},
-                                           PropCase{"malformed line\nro.b=ok\n", "ro.b", "ok"},
-                                           PropCase{"malformed line\n", "malformed line", ""},
-                                           PropCase{"=novalue\n", "", ""},
-                                           PropCase{"ro.empty=\n", "ro.empty", ""},
-                                           PropCase{"ro.a=1", "ro.missing", ""},
-                                           PropCase{"ro.a=1", "ro.a", "1"}));
+const char* const kBuild = "/system/build.prop";
 
-TEST(SystemPropertiesTest, MissingFilesMeanAbsent) {
-    vemo::test::TempDeviceRoot root;
-    EXPECT_EQ(get("ro.product.model"), "");
-}
-
-TEST(SystemPropertiesTest, UnreadableFileMeansAbsent) {
-    vemo::test::TempDeviceRoot root;
-    // A directory where the file should be cannot be read as lines.
-    root.writeFile("/system/build.prop/x", "");
-    EXPECT_EQ(get("ro.product.model"), "");
-}
-
-TEST(SystemPropertiesTest, LongValuesAreCutToTheDeviceLimit) {
-    vemo::test::TempDeviceRoot root;
-    root.writeFile("/system/build.prop", "ro.long=" + std::string(200, 'x') + "\n");
-    EXPECT_EQ(get("ro.long"), std::string(PROP_VALUE_MAX - 1, 'x'));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Lines, SystemPropertiesFileTest,
+    ::testing::Values(PropCase{kBuild, "# comment\n\nro.a=1\n", "ro.a", "1"},
+                      PropCase{kBuild, "  ro.a = spaced  \r\n", "ro.a", "spaced"},
+                      PropCase{kBuild, "ro.a=1\nro.a=2\n", "ro.a", "2"},
+                      PropCase{kBuild, "ro.a=x=y\n", "ro.a", "x=y"},
+                      PropCase{kBuild, "malformed line\nro.b=ok\n", "ro.b", "ok"},
+                      PropCase{kBuild, "malformed line\n", "malformed line", ""},
+                      PropCase{kBuild, "=novalue\n", "", ""},
+                      PropCase{kBuild, "ro.empty=\n", "ro.empty", ""},
+                      PropCase{kBuild, "ro.a=1", "ro.missing", ""},
+                      PropCase{kBuild, "ro.a=1", "ro.a", "1"},
+                      PropCase{kBuild, "ro.long=" + std::string(200, 'x') + "\n", "ro.long",
+                               std::string(PROP_VALUE_MAX - 1, 'x')},
+                      PropCase{nullptr, "", "ro.a", ""},
+                      // A directory where the file should be cannot be read as lines.
+                      PropCase{"/system/build.prop/x", "ro.a=1\n", "ro.a", ""}));
 
 TEST(SystemPropertiesTest, PersistOverridesBuildAndIsReReadOnEveryCall) {
     vemo::test::TempDeviceRoot root;
-    root.writeFile("/system/build.prop", "persist.sys.locale=en-US\n");
+    root.writeFile(kBuild, "persist.sys.locale=en-US\n");
     EXPECT_EQ(get("persist.sys.locale"), "en-US");
     ASSERT_EQ(__system_property_set("persist.sys.locale", "de-DE"), 0);
     EXPECT_EQ(get("persist.sys.locale"), "de-DE");
@@ -81,19 +73,15 @@ TEST(SystemPropertiesTest, SetRejectsBadNamesAndValues) {
     EXPECT_EQ(get("persist.a"), "");
 }
 
-}  // namespace
-
-namespace {
-
 // A file parsed long after it was written is served from the parse; an
 // in-place rewrite of the same size must still be seen on the next call.
 TEST(SystemPropertiesTest, SettledFileRewrittenInPlaceIsSeenAtOnce) {
     vemo::test::TempDeviceRoot root;
-    root.writeFile("/system/build.prop", "ro.a=one\n");
+    root.writeFile(kBuild, "ro.a=one\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(250));
     EXPECT_EQ(get("ro.a"), "one");
     EXPECT_EQ(get("ro.a"), "one");
-    std::ofstream(root.path("/system/build.prop"), std::ios::in | std::ios::out) << "ro.a=two\n";
+    std::ofstream(root.path(kBuild), std::ios::in | std::ios::out) << "ro.a=two\n";
     EXPECT_EQ(get("ro.a"), "two");
 }
 

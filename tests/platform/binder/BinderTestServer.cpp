@@ -28,16 +28,8 @@ std::atomic<int32_t> sLiveObjects{0};
 
 class EchoService : public BBinder {
   public:
-    explicit EchoService(bool counted = false) : mCounted(counted) {
-        if (mCounted) {
-            ++sLiveObjects;
-        }
-    }
-    ~EchoService() override {
-        if (mCounted) {
-            --sLiveObjects;
-        }
-    }
+    explicit EchoService(bool counted = false) : mCounted(counted) { sLiveObjects += counted; }
+    ~EchoService() override { sLiveObjects -= mCounted; }
 
     const String16& getInterfaceDescriptor() const override { return mDescriptor; }
 
@@ -54,8 +46,7 @@ class EchoService : public BBinder {
                 return reply->appendFrom(&data, data.dataPosition(), data.dataAvail());
             case CALL_ME_LATER: {
                 sp<IBinder> callback;
-                status_t err = data.readStrongBinder(&callback);
-                if (err != OK) {
+                if (const status_t err = data.readStrongBinder(&callback); err != OK) {
                     return err;
                 }
                 const int32_t delayMs = data.readInt32();
@@ -86,8 +77,6 @@ class EchoService : public BBinder {
                 const int32_t timeoutMs = data.readInt32();
                 return barrier(parties, timeoutMs, reply);
             }
-            case EXIT:
-                _exit(3);
             case BLOCK:
                 fprintf(stderr, "blocking\n");
                 for (;;) {
@@ -99,8 +88,6 @@ class EchoService : public BBinder {
                 reply->writeInt32(
                     static_cast<int32_t>(IPCThreadState::self()->getLastTransactionBinderFlags()));
                 return OK;
-            case RETURN_BINDER:
-                return reply->writeStrongBinder(data.readStrongBinder());
             case FAIL_WITH:
                 return data.readInt32();
             case MAX_CONCURRENT: {

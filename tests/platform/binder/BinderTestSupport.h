@@ -1,19 +1,16 @@
 #pragma once
-// Shared fixture pieces for the cross-process binder tests: a fresh device
-// root with binder_test_server running in it, and a recording callback.
+// The fixture of the cross-process binder tests: a fresh device root with
+// binder_test_server running in it.
 
-#include <binder/Binder.h>
-#include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
+#include <climits>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "ChildProcess.h"
 #include "EchoService.h"
@@ -22,22 +19,40 @@
 namespace vemo {
 namespace test {
 
-// Starts binder_test_server on this test's device root and finds its service.
+// Calls `to` with the echo service's token followed by what `fill` writes.
+inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint32_t code,
+                                  const std::function<void(android::Parcel*)>& fill,
+                                  android::Parcel* reply = nullptr, uint32_t flags = 0) {
+    android::Parcel data;
+    data.writeInterfaceToken(android::String16(kEchoDescriptor));
+    fill(&data);
+    return to->transact(code, data, reply, flags);
+}
+
+// A fresh device root, and binder_test_server serving in it.
 class EchoServerFixture : public ::testing::Test {
   protected:
-    void startServer(const std::string& maxThreads = "") {
-        std::vector<std::string> args{kName};
+    // Starts binder_test_server publishing `name` and finds its service.
+    std::unique_ptr<ChildProcess> launch(const std::string& name, const std::string& maxThreads,
+                                         android::sp<android::IBinder>* found) {
+        std::vector<std::string> args{name};
         if (!maxThreads.empty()) {
             args.push_back(maxThreads);
         }
-        server.reset(
+        std::unique_ptr<ChildProcess> child(
             new ChildProcess(BINDER_TEST_SERVER, args, {{"VEMO_DEVICE_ROOT", root.root()}}));
-        ASSERT_TRUE(server->waitForOutput("ready pid=", std::chrono::seconds(20)))
-            << server->output();
+        EXPECT_TRUE(child->waitForOutput("ready pid=", std::chrono::seconds(20)))
+            << child->output();
+        *found = android::defaultServiceManager()->checkService(android::String16(name.c_str()));
+        EXPECT_NE(*found, nullptr);
+        return child;
+    }
+
+    void startServer(const std::string& maxThreads = "") {
+        server = launch(kName, maxThreads, &service);
+        ASSERT_NE(service, nullptr);
         const std::string out = server->output();
         serverPid = std::stoi(out.substr(out.find("ready pid=") + 10));
-        service = android::defaultServiceManager()->checkService(android::String16(kName));
-        ASSERT_NE(service, nullptr);
     }
 
     void TearDown() override {
@@ -47,16 +62,23 @@ class EchoServerFixture : public ::testing::Test {
         }
     }
 
-    android::status_t call(uint32_t code, android::Parcel* data, android::Parcel* reply,
-                           uint32_t flags = 0) {
-        return service->transact(code, *data, reply, flags);
+    // Calls the service with its token followed by `ints`.
+    android::status_t call(uint32_t code, std::initializer_list<int32_t> ints = {},
+                           android::Parcel* reply = nullptr, uint32_t flags = 0) {
+        return callEcho(
+            service, code,
+            [&](android::Parcel* p) {
+                for (const int32_t v : ints) {
+                    p->writeInt32(v);
+                }
+            },
+            reply, flags);
     }
 
-    // A data parcel that starts with the echo service's token.
-    static std::unique_ptr<android::Parcel> request() {
-        std::unique_ptr<android::Parcel> p(new android::Parcel());
-        p->writeInterfaceToken(android::String16(kEchoDescriptor));
-        return p;
+    // The first int32 of the reply; INT32_MIN when the call failed.
+    int32_t ask(uint32_t code, std::initializer_list<int32_t> ints = {}) {
+        android::Parcel reply;
+        return call(code, ints, &reply) == android::OK ? reply.readInt32() : INT32_MIN;
     }
 
     static constexpr const char* kName = "vemo.test.echo";
@@ -64,51 +86,6 @@ class EchoServerFixture : public ::testing::Test {
     std::unique_ptr<ChildProcess> server;
     int serverPid = 0;
     android::sp<android::IBinder> service;
-};
-
-// A local binder that records the calls it receives.
-class RecordingCallback : public android::BBinder {
-  public:
-    struct Call {
-        int32_t value;
-        std::string text;
-        pid_t callingPid;
-        std::thread::id thread;
-    };
-
-    bool waitForCalls(size_t n, std::chrono::milliseconds bound) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return cv.wait_for(lock, bound, [&] { return calls.size() >= n; });
-    }
-
-    std::vector<Call> snapshot() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return calls;
-    }
-
-  protected:
-    android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
-                                 uint32_t flags) override {
-        if (code != 1) {
-            return BBinder::onTransact(code, data, reply, flags);
-        }
-        Call c;
-        c.value = data.readInt32();
-        c.text = android::String8(data.readString16()).string();
-        c.callingPid = android::IPCThreadState::self()->getCallingPid();
-        c.thread = std::this_thread::get_id();
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            calls.push_back(c);
-        }
-        cv.notify_all();
-        return android::OK;
-    }
-
-  private:
-    std::mutex mutex;  // guards calls
-    std::condition_variable cv;
-    std::vector<Call> calls;
 };
 
 }  // namespace test

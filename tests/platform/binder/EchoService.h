@@ -10,34 +10,19 @@ namespace test {
 constexpr const char* kEchoDescriptor = "vemo.test.IEcho";
 
 enum EchoCode : uint32_t {
-    // token, anything -> reply: the rest of the data, unchanged
-    ECHO = 1,
-    // token, callback binder, int32 delayMs, int32 value -> OK; after delayMs,
-    // from a new thread, the server calls callback code 1 with (value, "later")
-    CALL_ME_LATER = 2,
-    // one-way: token, int32 value -> recorded
-    RECORD = 3,
-    // token -> int32 count, then the recorded values in arrival order
-    GET_RECORDS = 4,
-    // token, int32 parties, int32 timeoutMs -> int32 reached (1/0); waits
-    // until `parties` calls are inside at once
-    BARRIER = 5,
-    // one-way: the server process exits at once
-    EXIT = 6,
-    // never answers (until the process dies)
-    BLOCK = 7,
-    // token -> int32 calling pid, int32 calling uid, int32 transaction flags
-    WHO = 8,
-    // token, binder -> the same binder back
-    RETURN_BINDER = 9,
-    // token, int32 status -> transact returns that status
-    FAIL_WITH = 10,
-    // token -> int32 most calls seen inside at once
-    MAX_CONCURRENT = 11,
-    // token -> a new (unpublished) echo object
-    NEW_OBJECT = 12,
-    // token -> int32 number of unpublished echo objects still alive
-    LIVE_OBJECTS = 13,
+    ECHO = 1,            // token, anything -> reply: the rest of the data, binders included
+    CALL_ME_LATER = 2,   // token, callback, int32 delayMs, int32 value -> OK; after delayMs,
+                         // from a new thread, calls the callback's code 1 with (value, "later")
+    RECORD = 3,          // one-way: token, int32 value -> recorded
+    GET_RECORDS = 4,     // token -> int32 vector of the recorded values in arrival order
+    BARRIER = 5,         // token, int32 parties, int32 timeoutMs -> int32 1 once `parties`
+                         // calls have arrived, 0 after the timeout
+    BLOCK = 6,           // never answers (until the process dies)
+    WHO = 7,             // token -> int32 calling pid, calling uid, transaction flags
+    FAIL_WITH = 8,       // token, int32 status -> transact returns that status
+    MAX_CONCURRENT = 9,  // token -> int32 most calls seen inside at once
+    NEW_OBJECT = 10,     // token -> a new (unpublished) echo object
+    LIVE_OBJECTS = 11,   // token -> int32 number of unpublished echo objects still alive
 };
 
 }  // namespace test

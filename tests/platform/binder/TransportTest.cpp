@@ -1,12 +1,10 @@
 // The transport across real processes: binder_test_server is exec'd on the
 // test's own device root and called through the service manager.
-#include <binder/BpBinder.h>
-#include <binder/ProcessState.h>
-#include <dirent.h>
+#include <binder/IPCThreadState.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <filesystem>
 #include <future>
 
 #include "BinderTestSupport.h"
@@ -14,16 +12,75 @@
 namespace {
 
 using namespace std::chrono_literals;
-using android::OK;
-using android::Parcel;
-using android::sp;
-using android::String16;
-using android::String8;
-using vemo::test::EchoServerFixture;
-using vemo::test::RecordingCallback;
+using namespace android;
 using namespace vemo::test;
 
-class TransportTest : public EchoServerFixture {};
+// True once `done` holds, polled for up to 10 s.
+bool eventually(const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+size_t openFds() {
+    return static_cast<size_t>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+// A local binder whose code 1 (int32, String16) is recorded.
+class Callback : public BBinder {
+  public:
+    struct Call {
+        int32_t value;
+        std::string text;
+        pid_t callingPid;
+        std::thread::id thread;
+    };
+    std::promise<Call> called;
+
+  protected:
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
+        if (code != 1) {
+            return BBinder::onTransact(code, data, reply, flags);
+        }
+        called.set_value(Call{data.readInt32(), String8(data.readString16()).string(),
+                              IPCThreadState::self()->getCallingPid(), std::this_thread::get_id()});
+        return OK;
+    }
+};
+
+// CALL_ME_LATER to `to`: after `delayMs` it calls `callback` with `value`.
+status_t callMeLater(const sp<IBinder>& to, const sp<IBinder>& callback, int32_t delayMs,
+                     int32_t value) {
+    return callEcho(to, CALL_ME_LATER, [&](Parcel* p) {
+        p->writeStrongBinder(callback);
+        p->writeInt32(delayMs);
+        p->writeInt32(value);
+    });
+}
+
+class TransportTest : public EchoServerFixture {
+  protected:
+    // BARRIER from `n` threads at once; what each call answered (1: all parties met).
+    std::vector<int32_t> barrierFromThreads(int n, int32_t parties, int32_t timeoutMs) {
+        std::vector<std::future<int32_t>> calls;
+        for (int i = 0; i < n; ++i) {
+            calls.push_back(std::async(std::launch::async, [=] {
+                return ask(BARRIER, {parties, timeoutMs});
+            }));
+        }
+        std::vector<int32_t> answers;
+        for (auto& c : calls) {
+            answers.push_back(c.get());
+        }
+        return answers;
+    }
+};
 
 TEST_F(TransportTest, PublishedServiceIsFoundAndAnswers) {
     startServer();
@@ -33,310 +90,168 @@ TEST_F(TransportTest, PublishedServiceIsFoundAndAnswers) {
     EXPECT_EQ(String8(service->getInterfaceDescriptor()), String8(kEchoDescriptor));
     EXPECT_TRUE(service->isBinderAlive());
 
-    auto data = request();
-    data->writeString16(String16("hello"));
-    data->writeInt32(42);
-    data->writeCString("c");
-    Parcel reply;
-    ASSERT_EQ(call(ECHO, data.get(), &reply), OK);
-    EXPECT_EQ(String8(reply.readString16()), String8("hello"));
-    EXPECT_EQ(reply.readInt32(), 42);
-    EXPECT_STREQ(reply.readCString(), "c");
+    EXPECT_EQ(ask(ECHO, {42}), 42);
 
-    const auto names = android::defaultServiceManager()->listServices();
-    ASSERT_EQ(names.size(), 1u);
-    EXPECT_EQ(String8(names[0]), String8(kName));
-    EXPECT_EQ(android::defaultServiceManager()->checkService(String16("absent")), nullptr);
-    EXPECT_EQ(android::defaultServiceManager()->checkService(String16("../x")), nullptr);
+    // The caller's credentials, and TF_ACCEPT_FDS added to every call as on the device.
+    Parcel who;
+    ASSERT_EQ(call(WHO, {}, &who), OK);
+    EXPECT_EQ(who.readInt32(), static_cast<int32_t>(getpid()));
+    EXPECT_EQ(who.readInt32(), static_cast<int32_t>(getuid()));
+    EXPECT_EQ(who.readInt32(), 0x10);
+
+    const sp<IServiceManager> sm = defaultServiceManager();
+    ASSERT_EQ(sm->listServices().size(), 1u);
+    EXPECT_EQ(String8(sm->listServices()[0]), String8(kName));
+    EXPECT_EQ(sm->checkService(String16("absent")), nullptr);
+    EXPECT_EQ(sm->checkService(String16("../x")), nullptr);
 }
 
 TEST_F(TransportTest, OneWayCallsFromOneThreadArriveInOrder) {
     startServer();
+    std::vector<int32_t> sent;
     for (int32_t i = 0; i < 50; ++i) {
-        auto data = request();
-        data->writeInt32(i);
-        ASSERT_EQ(call(RECORD, data.get(), nullptr, android::IBinder::FLAG_ONEWAY), OK);
+        ASSERT_EQ(call(RECORD, {i}, nullptr, IBinder::FLAG_ONEWAY), OK);
+        sent.push_back(i);
     }
-    auto data = request();
     Parcel reply;
-    ASSERT_EQ(call(GET_RECORDS, data.get(), &reply), OK);
+    ASSERT_EQ(call(GET_RECORDS, {}, &reply), OK);
     std::vector<int32_t> records;
     ASSERT_EQ(reply.readInt32Vector(&records), OK);
-    std::vector<int32_t> expected(50);
-    for (int32_t i = 0; i < 50; ++i) {
-        expected[i] = i;
-    }
-    EXPECT_EQ(records, expected);
+    EXPECT_EQ(records, sent);
 }
 
 TEST_F(TransportTest, BinderPassedInAParcelIsCalledBackLaterFromAnotherThread) {
     startServer();
-    sp<RecordingCallback> callback = new RecordingCallback();
-    android::wp<RecordingCallback> weak = callback;
-    auto data = request();
-    data->writeStrongBinder(callback);
-    data->writeInt32(50);
-    data->writeInt32(7);
-    Parcel reply;
-    ASSERT_EQ(call(CALL_ME_LATER, data.get(), &reply), OK);
-    data.reset();
-    ASSERT_TRUE(callback->waitForCalls(1, 10s));
-    const auto calls = callback->snapshot();
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].value, 7);
-    EXPECT_EQ(calls[0].text, "later");
-    EXPECT_EQ(calls[0].callingPid, serverPid);
-    EXPECT_NE(calls[0].thread, std::this_thread::get_id());
+    sp<Callback> callback = new Callback();
+    wp<Callback> weak = callback;
+    auto called = callback->called.get_future();
+    ASSERT_EQ(callMeLater(service, callback, 50, 7), OK);
+    ASSERT_EQ(called.wait_for(10s), std::future_status::ready);
+    const Callback::Call call = called.get();
+    EXPECT_EQ(call.value, 7);
+    EXPECT_EQ(call.text, "later");
+    EXPECT_EQ(call.callingPid, serverPid);
+    EXPECT_NE(call.thread, std::this_thread::get_id());
     ASSERT_TRUE(server->waitForOutput("callback status 0", 10s)) << server->output();
 
     // Once the server dropped its proxy, only our reference keeps the callback.
     callback.clear();
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (weak.promote() != nullptr && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(eventually([&] { return weak.promote() == nullptr; }));
+}
+
+TEST_F(TransportTest, BindersSentBackAreTheSameObjects) {
+    startServer();
+    // Our own binder comes back as the local object, the service as the same proxy.
+    const sp<IBinder> local = new BBinder();
+    for (const sp<IBinder>& sent : {local, service}) {
+        Parcel reply;
+        ASSERT_EQ(callEcho(
+                      service, ECHO, [&](Parcel* p) { p->writeStrongBinder(sent); }, &reply),
+                  OK);
+        EXPECT_EQ(reply.readStrongBinder(), sent);
     }
-    EXPECT_EQ(weak.promote(), nullptr);
-}
-
-TEST_F(TransportTest, OwnBinderComesBackAsTheLocalObject) {
-    startServer();
-    sp<android::BBinder> local = new RecordingCallback();
-    auto data = request();
-    data->writeStrongBinder(local);
-    Parcel reply;
-    ASSERT_EQ(call(RETURN_BINDER, data.get(), &reply), OK);
-    sp<android::IBinder> back;
-    ASSERT_EQ(reply.readStrongBinder(&back), OK);
-    EXPECT_EQ(back.get(), static_cast<android::IBinder*>(local.get()));
-
-    // And a remote binder passed back and forth stays the same proxy.
-    data = request();
-    data->writeStrongBinder(service);
-    Parcel reply2;
-    ASSERT_EQ(call(RETURN_BINDER, data.get(), &reply2), OK);
-    EXPECT_EQ(reply2.readStrongBinder().get(), service.get());
-}
-
-TEST_F(TransportTest, ServerSeesTheCallersCredentialsAndFlags) {
-    startServer();
-    auto data = request();
-    Parcel reply;
-    ASSERT_EQ(call(WHO, data.get(), &reply), OK);
-    EXPECT_EQ(reply.readInt32(), static_cast<int32_t>(getpid()));
-    EXPECT_EQ(reply.readInt32(), static_cast<int32_t>(getuid()));
-    EXPECT_EQ(reply.readInt32(), 0x10);  // TF_ACCEPT_FDS, added to every call as on the device
 }
 
 TEST_F(TransportTest, HandlerStatusesReachTheCaller) {
     startServer();
-    auto data = request();
-    data->writeInt32(android::BAD_VALUE);
     Parcel reply;
-    EXPECT_EQ(call(FAIL_WITH, data.get(), &reply), android::BAD_VALUE);
+    EXPECT_EQ(call(FAIL_WITH, {BAD_VALUE}, &reply), BAD_VALUE);
     EXPECT_EQ(reply.dataSize(), 0u);
-    data = request();
-    data->writeInt32(5);  // positive results are not errors
-    EXPECT_EQ(call(FAIL_WITH, data.get(), &reply), OK);
-    data = request();
-    EXPECT_EQ(call(999, data.get(), &reply), android::UNKNOWN_TRANSACTION);
-    Parcel wrongToken;
-    wrongToken.writeInterfaceToken(String16("vemo.test.IOther"));
-    EXPECT_EQ(call(ECHO, &wrongToken, &reply), android::PERMISSION_DENIED);
+    EXPECT_EQ(call(FAIL_WITH, {5}), OK);  // positive results are not errors
+    EXPECT_EQ(call(999), UNKNOWN_TRANSACTION);
 }
 
-TEST_F(TransportTest, ConcurrentCallsAreServedByThePoolAtOnce) {
+TEST_F(TransportTest, ConcurrentCallsAreServedAtOnceAndTheirConnectionsCloseWithTheLastProxy) {
+    const size_t before = openFds();
     startServer();
-    constexpr int kParties = 6;
-    std::vector<std::future<int32_t>> results;
-    for (int i = 0; i < kParties; ++i) {
-        results.push_back(std::async(std::launch::async, [this] {
-            auto data = request();
-            data->writeInt32(kParties);
-            data->writeInt32(20000);
-            Parcel reply;
-            return call(BARRIER, data.get(), &reply) == OK ? reply.readInt32() : -1;
-        }));
-    }
-    for (auto& r : results) {
-        EXPECT_EQ(r.get(), 1);  // every call was inside at the same time
-    }
+    EXPECT_EQ(barrierFromThreads(6, 6, 20000), std::vector<int32_t>(6, 1));
+    EXPECT_GE(openFds(), before + 7);  // the child's stderr pipe and six connections
+    service.clear();
+    EXPECT_EQ(openFds(), before + 1);
 }
 
 TEST_F(TransportTest, PoolNeverExceedsItsBound) {
     startServer("2");
-    std::vector<std::future<void>> calls;
-    for (int i = 0; i < 5; ++i) {
-        calls.push_back(std::async(std::launch::async, [this] {
-            auto data = request();
-            data->writeInt32(5);
-            data->writeInt32(200);
-            Parcel reply;
-            EXPECT_EQ(call(BARRIER, data.get(), &reply), OK);
-        }));
+    for (const int32_t answer : barrierFromThreads(5, 5, 200)) {
+        EXPECT_NE(answer, INT32_MIN);
     }
-    for (auto& c : calls) {
-        c.get();
-    }
-    auto data = request();
-    Parcel reply;
-    ASSERT_EQ(call(MAX_CONCURRENT, data.get(), &reply), OK);
-    const int32_t maxInside = reply.readInt32();
+    const int32_t maxInside = ask(MAX_CONCURRENT);
     EXPECT_GE(maxInside, 2);
     EXPECT_LE(maxInside, 3);  // two pool threads plus the main thread that joined
 }
 
-class DeathRecorder : public android::IBinder::DeathRecipient {
+class DeathRecorder : public IBinder::DeathRecipient {
   public:
-    void binderDied(const android::wp<android::IBinder>& who) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        died = who.unsafe_get();
-        cv.notify_all();
-    }
-    bool waitDied(std::chrono::milliseconds bound) {
-        std::unique_lock<std::mutex> lock(mutex);
-        return cv.wait_for(lock, bound, [&] { return died != nullptr; });
-    }
-    std::mutex mutex;  // guards died
-    std::condition_variable cv;
-    android::IBinder* died = nullptr;
+    void binderDied(const wp<IBinder>& who) override { died.set_value(who.unsafe_get()); }
+    std::promise<IBinder*> died;
 };
 
 TEST_F(TransportTest, PeerThatDiedGivesDeadObjectAndAnObituary) {
     startServer();
     sp<DeathRecorder> recorder = new DeathRecorder();
+    auto obituary = recorder->died.get_future();
     ASSERT_EQ(service->linkToDeath(recorder), OK);
-    auto data = request();
-    ASSERT_EQ(call(EXIT, data.get(), nullptr, android::IBinder::FLAG_ONEWAY), OK);
-    EXPECT_EQ(server->waitForExit(10s), 3);
-    EXPECT_TRUE(recorder->waitDied(10s));
-    EXPECT_EQ(recorder->died, service.get());
+    server->signal(SIGKILL);
+    EXPECT_EQ(server->waitForExit(10s), 128 + SIGKILL);
+    ASSERT_EQ(obituary.wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(obituary.get(), service.get());
 
-    data = request();
-    Parcel reply;
-    EXPECT_EQ(call(ECHO, data.get(), &reply), android::DEAD_OBJECT);
+    EXPECT_EQ(call(ECHO), DEAD_OBJECT);
     EXPECT_FALSE(service->isBinderAlive());
-    EXPECT_EQ(service->pingBinder(), android::DEAD_OBJECT);
-    EXPECT_EQ(service->linkToDeath(recorder), android::DEAD_OBJECT);
-    EXPECT_EQ(android::defaultServiceManager()->checkService(String16(kName)), nullptr);
-    EXPECT_EQ(android::defaultServiceManager()->listServices().size(), 0u);
+    EXPECT_EQ(service->pingBinder(), DEAD_OBJECT);
+    EXPECT_EQ(service->linkToDeath(recorder), DEAD_OBJECT);
+    EXPECT_EQ(defaultServiceManager()->checkService(String16(kName)), nullptr);
+    EXPECT_EQ(defaultServiceManager()->listServices().size(), 0u);
 }
 
 TEST_F(TransportTest, PeerDyingMidCallEndsTheCallWithDeadObject) {
     startServer();
-    auto pending = std::async(std::launch::async, [this] {
-        auto data = request();
-        Parcel reply;
-        return call(BLOCK, data.get(), &reply);
-    });
+    auto pending = std::async(std::launch::async, [this] { return call(BLOCK); });
     ASSERT_TRUE(server->waitForOutput("blocking", 10s));
     server->signal(SIGKILL);
     ASSERT_EQ(pending.wait_for(10s), std::future_status::ready);
-    EXPECT_EQ(pending.get(), android::DEAD_OBJECT);
+    EXPECT_EQ(pending.get(), DEAD_OBJECT);
 }
 
 TEST_F(TransportTest, ParcelsThatCannotTravelAreRefusedAndTheServiceStaysUsable) {
     startServer();
-    auto big = request();
-    std::vector<uint8_t> payload(Parcel::kMaxSize, 0xab);
-    big->writeByteVector(payload);
-    Parcel reply;
-    EXPECT_EQ(call(ECHO, big.get(), &reply), android::FAILED_TRANSACTION);
-
-    auto withFd = request();
-    withFd->writeFileDescriptor(STDERR_FILENO);
-    EXPECT_EQ(call(ECHO, withFd.get(), &reply), android::FDS_NOT_ALLOWED);
-
-    auto data = request();
-    data->writeInt32(1);
-    EXPECT_EQ(call(ECHO, data.get(), &reply), OK);
-    EXPECT_EQ(reply.readInt32(), 1);
+    const std::vector<uint8_t> payload(Parcel::kMaxSize, 0xab);
+    EXPECT_EQ(callEcho(service, ECHO, [&](Parcel* p) { p->writeByteVector(payload); }),
+              FAILED_TRANSACTION);
+    EXPECT_EQ(callEcho(service, ECHO, [](Parcel* p) { p->writeFileDescriptor(STDERR_FILENO); }),
+              FDS_NOT_ALLOWED);
+    EXPECT_EQ(ask(ECHO, {1}), 1);
 }
 
 TEST_F(TransportTest, GetServiceWaitsForALateService) {
-    auto lookup = std::async(std::launch::async, [] {
-        return android::defaultServiceManager()->getService(String16("vemo.test.echo"));
-    });
+    auto lookup = std::async(std::launch::async,
+                             [] { return defaultServiceManager()->getService(String16(kName)); });
     startServer();
     ASSERT_EQ(lookup.wait_for(10s), std::future_status::ready);
     EXPECT_NE(lookup.get(), nullptr);
-}
-
-size_t openFds() {
-    size_t n = 0;
-    DIR* const d = opendir("/proc/self/fd");
-    while (d != nullptr && readdir(d) != nullptr) {
-        ++n;
-    }
-    if (d != nullptr) {
-        closedir(d);
-    }
-    return n;
-}
-
-TEST_F(TransportTest, ConnectionsToAProcessCloseWithTheLastProxy) {
-    const size_t before = openFds();
-    startServer();
-    std::vector<std::future<android::status_t>> calls;
-    for (int i = 0; i < 3; ++i) {
-        calls.push_back(std::async(std::launch::async, [this] {
-            auto data = request();
-            data->writeInt32(3);
-            data->writeInt32(5000);
-            Parcel reply;
-            return call(BARRIER, data.get(), &reply);
-        }));
-    }
-    for (auto& c : calls) {
-        EXPECT_EQ(c.get(), OK);
-    }
-    EXPECT_GE(openFds(), before + 4);  // the child's stderr pipe and three connections
-    service.clear();
-    EXPECT_EQ(openFds(), before + 1);
-}
-
-int32_t liveObjects(const sp<android::IBinder>& server) {
-    Parcel data;
-    data.writeInterfaceToken(String16(kEchoDescriptor));
-    Parcel reply;
-    return server->transact(LIVE_OBJECTS, data, &reply) == OK ? reply.readInt32() : -1;
 }
 
 // A proxy this process received and passed on stays usable by its new holder
 // after we drop ours, and the owner frees the object once every holder is done.
 TEST_F(TransportTest, ForwardedProxyKeepsTheObjectAliveForItsNewHolder) {
     startServer();
-    ChildProcess second(BINDER_TEST_SERVER, {"vemo.test.second"},
-                        {{"VEMO_DEVICE_ROOT", root.root()}});
-    ASSERT_TRUE(second.waitForOutput("ready pid=", 20s)) << second.output();
-    const sp<android::IBinder> secondService =
-        android::defaultServiceManager()->checkService(String16("vemo.test.second"));
-    ASSERT_NE(secondService, nullptr);
-
-    auto data = request();
+    sp<IBinder> second;
+    const auto secondServer = launch("vemo.test.second", "", &second);
+    ASSERT_NE(second, nullptr);
     Parcel reply;
-    ASSERT_EQ(call(NEW_OBJECT, data.get(), &reply), OK);
-    sp<android::IBinder> object = reply.readStrongBinder();
+    ASSERT_EQ(call(NEW_OBJECT, {}, &reply), OK);
+    sp<IBinder> object = reply.readStrongBinder();
     ASSERT_NE(object, nullptr);
     reply.freeData();
-    EXPECT_EQ(liveObjects(service), 1);
+    EXPECT_EQ(ask(LIVE_OBJECTS), 1);
 
-    Parcel forward;
-    forward.writeInterfaceToken(String16(kEchoDescriptor));
-    forward.writeStrongBinder(object);
-    forward.writeInt32(300);
-    forward.writeInt32(1);
-    ASSERT_EQ(secondService->transact(CALL_ME_LATER, forward, &reply), OK);
-    forward.freeData();
+    ASSERT_EQ(callMeLater(second, object, 300, 1), OK);
     object.clear();  // only the second server holds it now
 
     // The object answers (it refuses the call's missing token) instead of being gone.
-    ASSERT_TRUE(second.waitForOutput("callback status ", 10s));
-    EXPECT_TRUE(second.waitForOutput("callback status -1\n", 1s)) << second.output();
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (liveObjects(service) != 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(10ms);
-    }
-    EXPECT_EQ(liveObjects(service), 0);
+    ASSERT_TRUE(secondServer->waitForOutput("callback status ", 10s));
+    EXPECT_TRUE(secondServer->waitForOutput("callback status -1\n", 1s)) << secondServer->output();
+    EXPECT_TRUE(eventually([&] { return ask(LIVE_OBJECTS) == 0; }));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -16,8 +17,7 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-using android::Parcel;
+using namespace android;
 using namespace android::hostbinder;
 using namespace vemo::test;
 
@@ -31,8 +31,8 @@ class WireAbuseTest : public EchoServerFixture {
         std::getline(entry, magic);
         std::getline(entry, path);
         std::getline(entry, node);
-        serviceNode = std::stoull(node);
         ASSERT_EQ(magic, "binder-service 1");
+        serviceNode = std::stoull(node);
     }
 
     int connectRaw() {
@@ -57,85 +57,60 @@ class WireAbuseTest : public EchoServerFixture {
         return n == 0 || (n < 0 && errno == ECONNRESET);
     }
 
-    static std::vector<uint8_t> transaction(uint64_t node, const Parcel& data, uint32_t code) {
+    // A transaction to the service's node carrying `data`.
+    Frame transaction(uint32_t code, const std::vector<uint8_t>& data = {}) const {
         Frame f;
         f.header.kind = FRAME_TRANSACTION;
         f.header.code = code;
-        f.header.target = node;
-        f.data.assign(data.data(), data.data() + data.dataSize());
-        return encodeFrame(&f);
+        f.header.target = serviceNode;
+        f.data = data;
+        return f;
     }
 
-    // The service still answers an ordinary call.
-    void expectStillServing() {
-        auto data = request();
-        data->writeInt32(77);
-        Parcel reply;
-        ASSERT_EQ(call(ECHO, data.get(), &reply), android::OK);
-        EXPECT_EQ(reply.readInt32(), 77);
+    // Sends `f` and reads the answer; its status.
+    static int32_t exchange(int fd, Frame f, Frame* answer) {
+        const auto bytes = encodeFrame(&f);
+        EXPECT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+        EXPECT_EQ(readFrame(fd, answer), OK);
+        return answer->header.status;
     }
+
+    void expectStillServing() { EXPECT_EQ(ask(ECHO, {77}), 77); }
 
     std::string path;
     uint64_t serviceNode = 0;
 };
 
-struct BadFrame {
-    const char* name;
-    std::vector<uint8_t> (*make)(uint64_t node);
-};
-
-std::vector<uint8_t> header(uint32_t magic, uint32_t kind, uint32_t dataSize, uint32_t objects,
-                            uint32_t refs, uint64_t node) {
-    FrameHeader h;
-    h.magic = magic;
-    h.kind = kind;
-    h.code = ECHO;
-    h.target = node;
-    h.dataSize = dataSize;
-    h.objectCount = objects;
-    h.refsSize = refs;
-    std::vector<uint8_t> out(kFrameHeaderSize);
-    encodeHeader(h, out.data());
-    return out;
+// The echo service's token followed by `ints`, as parcel bytes.
+std::vector<uint8_t> tokenAnd(std::initializer_list<int32_t> ints) {
+    Parcel p;
+    p.writeInterfaceToken(String16(kEchoDescriptor));
+    for (const int32_t v : ints) {
+        p.writeInt32(v);
+    }
+    return std::vector<uint8_t>(p.data(), p.data() + p.dataSize());
 }
 
+struct BadFrame {
+    const char* name;
+    FrameHeader header;  // its target is set to the service's node
+    size_t sent;         // bytes of the frame actually sent (zeros after the header)
+};
+
+constexpr size_t kHeader = kFrameHeaderSize;
+constexpr uint32_t kTxn = FRAME_TRANSACTION;
+
 const BadFrame kBadFrames[] = {
-    {"Garbage",
-     [](uint64_t) {
-         std::vector<uint8_t> g(200);
-         for (size_t i = 0; i < g.size(); ++i) {
-             g[i] = static_cast<uint8_t>(i * 37 + 11);
-         }
-         return g;
-     }},
-    {"WrongMagic", [](uint64_t n) { return header(0x12345678, FRAME_TRANSACTION, 0, 0, 0, n); }},
-    {"UnknownKind", [](uint64_t n) { return header(kFrameMagic, 9, 0, 0, 0, n); }},
-    {"OversizedData",
-     [](uint64_t n) { return header(kFrameMagic, FRAME_TRANSACTION, 0xffffffffu, 0, 0, n); }},
-    {"JustOverTheBound",
-     [](uint64_t n) {
-         return header(kFrameMagic, FRAME_TRANSACTION, Parcel::kMaxSize + 4, 0, 0, n);
-     }},
-    {"TooManyObjects",
-     [](uint64_t n) { return header(kFrameMagic, FRAME_TRANSACTION, 48, 3, 0, n); }},
-    {"ObjectsWithoutReferences",
-     [](uint64_t n) {
-         auto h = header(kFrameMagic, FRAME_TRANSACTION, 24, 1, 0xfffffff0u, n);
-         return h;
-     }},
-    {"TruncatedHeader",
-     [](uint64_t n) {
-         auto h = header(kFrameMagic, FRAME_TRANSACTION, 0, 0, 0, n);
-         h.resize(20);
-         return h;
-     }},
-    {"TruncatedPayload",
-     [](uint64_t n) {
-         auto h = header(kFrameMagic, FRAME_TRANSACTION, 1000, 0, 0, n);
-         h.resize(h.size() + 10, 0);
-         return h;
-     }},
-    {"ReplySentToAServer", [](uint64_t n) { return header(kFrameMagic, FRAME_REPLY, 0, 0, 0, n); }},
+    {"Garbage", {0x2b160b05, 0x9b8e81, 0xf4e7dacd, 0xb3a69980, 7, -5, 0x7f726558, 9, 9}, 200},
+    {"WrongMagic", {0x12345678, kTxn, ECHO}, kHeader},
+    {"UnknownKind", {kFrameMagic, 9, ECHO}, kHeader},
+    {"OversizedData", {kFrameMagic, kTxn, ECHO, 0, 0, 0, 0xffffffffu}, kHeader},
+    {"JustOverTheBound", {kFrameMagic, kTxn, ECHO, 0, 0, 0, Parcel::kMaxSize + 4}, kHeader},
+    {"TooManyObjects", {kFrameMagic, kTxn, ECHO, 0, 0, 0, 48, 3}, kHeader},
+    {"ObjectsWithoutReferences", {kFrameMagic, kTxn, ECHO, 0, 0, 0, 24, 1, 0xfffffff0u}, kHeader},
+    {"TruncatedHeader", {kFrameMagic, kTxn, ECHO}, 20},
+    {"TruncatedPayload", {kFrameMagic, kTxn, ECHO, 0, 0, 0, 1000}, kHeader + 10},
+    {"ReplySentToAServer", {kFrameMagic, FRAME_REPLY, ECHO}, kHeader},
 };
 
 class WireAbuseFrames : public WireAbuseTest, public ::testing::WithParamInterface<BadFrame> {};
@@ -143,89 +118,66 @@ class WireAbuseFrames : public WireAbuseTest, public ::testing::WithParamInterfa
 TEST_P(WireAbuseFrames, DropOnlyThatConnection) {
     const int bystander = connectRaw();
     const int fd = connectRaw();
-    const auto bytes = GetParam().make(serviceNode);
-    ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), android::OK);
+    FrameHeader h = GetParam().header;
+    h.target = serviceNode;
+    std::vector<uint8_t> bytes(std::max(GetParam().sent, kHeader), 0);
+    encodeHeader(h, bytes.data());
+    ASSERT_EQ(sendAll(fd, bytes.data(), GetParam().sent), OK);
     shutdown(fd, SHUT_WR);  // a truncated frame ends with the stream
     EXPECT_TRUE(closedByPeer(fd));
     close(fd);
 
     // Another raw connection, opened before, is still served.
-    auto data = request();
-    data->writeInt32(5);
-    const auto ok = transaction(serviceNode, *data, ECHO);
-    ASSERT_EQ(sendAll(bystander, ok.data(), ok.size()), android::OK);
     Frame answer;
-    ASSERT_EQ(readFrame(bystander, &answer), android::OK);
+    EXPECT_EQ(exchange(bystander, transaction(ECHO, tokenAnd({5})), &answer), OK);
     EXPECT_EQ(answer.header.kind, static_cast<uint32_t>(FRAME_REPLY));
-    EXPECT_EQ(answer.header.status, android::OK);
-    ASSERT_EQ(answer.data.size(), 4u);
+    EXPECT_EQ(answer.data.size(), 4u);
     close(bystander);
     expectStillServing();
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, WireAbuseFrames, ::testing::ValuesIn(kBadFrames),
-                         [](const ::testing::TestParamInfo<BadFrame>& info) {
-                             return std::string(info.param.name);
-                         });
+                         [](const ::testing::TestParamInfo<BadFrame>& i) { return i.param.name; });
 
 // Well-framed transactions whose content is wrong get an error reply and the
 // connection stays usable.
 TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
     const int fd = connectRaw();
-    auto exchange = [&](Frame* f) {
-        const auto bytes = encodeFrame(f);
-        EXPECT_EQ(sendAll(fd, bytes.data(), bytes.size()), android::OK);
-        Frame answer;
-        EXPECT_EQ(readFrame(fd, &answer), android::OK);
-        return answer.header.status;
-    };
-
-    Frame unknownNode;
-    unknownNode.header.kind = FRAME_TRANSACTION;
+    Frame answer;
+    Frame unknownNode = transaction(ECHO);
     unknownNode.header.target = 987654;
-    unknownNode.header.code = ECHO;
-    EXPECT_EQ(exchange(&unknownNode), android::DEAD_OBJECT);
+    EXPECT_EQ(exchange(fd, unknownNode, &answer), DEAD_OBJECT);
 
-    // An object whose table entry names one of the server's own nodes that does not exist.
-    Frame badObject;
-    badObject.header.kind = FRAME_TRANSACTION;
-    badObject.header.target = serviceNode;
-    badObject.header.code = ECHO;
-    badObject.data.assign(24, 0);
-    flat_binder_object obj{};
-    obj.type = BINDER_TYPE_HANDLE;
-    memcpy(badObject.data.data(), &obj, sizeof obj);
-    badObject.offsets.push_back(0);
-    badObject.refs.push_back(ObjectRef{999999, 0, path});
-    EXPECT_EQ(exchange(&badObject), android::FAILED_TRANSACTION);
-
-    // Wrong object type in the data.
-    obj.type = BINDER_TYPE_BINDER;
-    memcpy(badObject.data.data(), &obj, sizeof obj);
-    badObject.refs[0] = ObjectRef{1, 0, "/nonexistent/socket"};
-    EXPECT_EQ(exchange(&badObject), android::FAILED_TRANSACTION);
-
-    // References naming sockets outside the binder directory: the server
-    // must not be made to connect there.
-    obj.type = BINDER_TYPE_HANDLE;
-    memcpy(badObject.data.data(), &obj, sizeof obj);
-    for (const std::string& elsewhere :
-         {root.path("/data/other.sock"), path + "/../x", std::string("relative"), path + "/"}) {
-        badObject.refs[0] = ObjectRef{1, 0, elsewhere};
-        EXPECT_EQ(exchange(&badObject), android::FAILED_TRANSACTION) << elsewhere;
+    // One object, of `type` in the data, whose reference is {node, path}.
+    struct BadObject {
+        uint32_t type;
+        uint64_t node;
+        std::string path;
+    };
+    const BadObject badObjects[] = {
+        {BINDER_TYPE_HANDLE, 999999, path},              // a node of the server's that is not
+        {BINDER_TYPE_BINDER, 1, "/nonexistent/socket"},  // the wrong type in the data
+        // Sockets outside the binder directory: the server must not be made to connect there.
+        {BINDER_TYPE_HANDLE, 1, root.path("/data/other.sock")},
+        {BINDER_TYPE_HANDLE, 1, path + "/../x"},
+        {BINDER_TYPE_HANDLE, 1, "relative"},
+        {BINDER_TYPE_HANDLE, 1, path + "/"},
+    };
+    for (const BadObject& bad : badObjects) {
+        flat_binder_object obj{};
+        obj.type = bad.type;
+        Frame f = transaction(ECHO, std::vector<uint8_t>(sizeof obj, 0));
+        memcpy(f.data.data(), &obj, sizeof obj);
+        f.offsets.push_back(0);
+        f.refs.push_back(ObjectRef{bad.node, 0, bad.path});
+        EXPECT_EQ(exchange(fd, f, &answer), FAILED_TRANSACTION) << bad.path;
     }
 
     // Truncated parcels reach the handler, whose reads fail cleanly.
-    Frame truncated;
-    truncated.header.kind = FRAME_TRANSACTION;
-    truncated.header.target = serviceNode;
-    truncated.header.code = CALL_ME_LATER;
-    Parcel p;
-    p.writeInterfaceToken(android::String16(kEchoDescriptor));
-    truncated.data.assign(p.data(), p.data() + p.dataSize() - 2);
-    EXPECT_EQ(exchange(&truncated), android::PERMISSION_DENIED);
-    truncated.data.assign(p.data(), p.data() + p.dataSize());
-    EXPECT_EQ(exchange(&truncated), android::BAD_TYPE);  // no callback binder to read
+    std::vector<uint8_t> token = tokenAnd({});
+    EXPECT_EQ(exchange(fd, transaction(CALL_ME_LATER, token), &answer), BAD_TYPE);  // no callback
+    token.resize(token.size() - 2);
+    EXPECT_EQ(exchange(fd, transaction(CALL_ME_LATER, token), &answer), PERMISSION_DENIED);
     close(fd);
     expectStillServing();
 }
@@ -235,16 +187,11 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
     const std::vector<std::vector<uint32_t>> badOffsets = {{12}, {0, 4}, {2}, {100}};
     for (const auto& offsets : badOffsets) {
         const int fd = connectRaw();
-        Frame f;
-        f.header.kind = FRAME_TRANSACTION;
-        f.header.target = serviceNode;
-        f.data.assign(32, 0);
+        Frame f = transaction(ECHO, std::vector<uint8_t>(32, 0));
         f.offsets = offsets;
-        for (size_t i = 0; i < offsets.size(); ++i) {
-            f.refs.push_back(ObjectRef{1, 0, path});
-        }
+        f.refs.assign(offsets.size(), ObjectRef{1, 0, path});
         const auto bytes = encodeFrame(&f);
-        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), android::OK);
+        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
         EXPECT_TRUE(closedByPeer(fd)) << offsets[0];
         close(fd);
     }
@@ -255,12 +202,13 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
 // ordinary call is still served while they are all connected (a server that
 // waited on them would answer only after dropping them).
 TEST_F(WireAbuseTest, PeersStalledMidFrameHoldNoThread) {
+    Frame f = transaction(ECHO, std::vector<uint8_t>(1000, 0));
+    const auto frame = encodeFrame(&f);
     std::vector<int> stalled;
     for (int i = 0; i < 20; ++i) {
         const int fd = connectRaw();
-        auto bytes = header(kFrameMagic, FRAME_TRANSACTION, 1000, 0, 0, serviceNode);
-        bytes.resize(i % 2 == 0 ? bytes.size() + 1 : 4, 0);  // into the payload, or the header
-        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), android::OK);
+        // Into the payload, or into the header.
+        ASSERT_EQ(sendAll(fd, frame.data(), i % 2 == 0 ? kHeader + 1 : 4), OK);
         stalled.push_back(fd);
     }
     expectStillServing();
@@ -273,21 +221,17 @@ TEST_F(WireAbuseTest, PeersStalledMidFrameHoldNoThread) {
 }
 
 TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {
+    // Two parties that never come, 100 ms.
+    Frame f = transaction(BARRIER, tokenAnd({2, 100}));
+    const auto bytes = encodeFrame(&f);
     for (int i = 0; i < 3; ++i) {
         const int fd = connectRaw();
-        auto data = request();
-        data->writeInt32(2);    // parties that never come
-        data->writeInt32(100);  // ms
-        const auto bytes = transaction(serviceNode, *data, BARRIER);
-        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), android::OK);
+        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
         close(fd);  // gone before the reply
     }
     // Whether an abandoned call still runs depends on when the server sees
     // the hang-up; what matters is that everyone else is still served.
     expectStillServing();
-    auto data = request();
-    Parcel reply;
-    ASSERT_EQ(call(MAX_CONCURRENT, data.get(), &reply), android::OK);
 }
 
 }  // namespace
