@@ -1,6 +1,5 @@
 // The service in its own process (flgr_test_service over a recording
 // connector), driven from this one through the binder emulation.
-#include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
@@ -8,14 +7,14 @@
 #include <utils/String8.h>
 
 #include <atomic>
-#include <condition_variable>
+#include <future>
+#include <iterator>
 #include <map>
-#include <mutex>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include "ChildProcess.h"
-#include "ParcelBytes.h"
 #include "TempDeviceRoot.h"
 #include "hostlog/LogCapture.h"
 #include "ipc/BnFlgrCallback.h"
@@ -31,53 +30,42 @@ using vemo::ipc::IFlgrService;
 using vemo::ipc::PFactRequest;
 using vemo::ipc::PFlgrRequest;
 using vemo::ipc::PFlgrResponse;
-using vemo::test::ChildProcess;
 
-const char kPublished[] = "start:addedBinderService, descriptor=vemo.ipc.IFlgrService";
-
+// Hands its one onResults (status, thread) to the test; a second call throws.
 class WaitingCallback : public vemo::ipc::BnFlgrCallback {
   public:
     Status onResults(const PFlgrResponse& response) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        ++calls_;
-        status_ = response.getResponse() ? response.getResponse()->getStatus() : -1;
-        thread_ = std::this_thread::get_id();
-        cond_.notify_all();
+        const auto* result = response.getResponse().get();
+        results.set_value({result ? result->getStatus() : -1, std::this_thread::get_id()});
         return Status::ok();
     }
-    bool waitForCall(std::chrono::milliseconds bound) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return cond_.wait_for(lock, bound, [this] { return calls_ > 0; });
-    }
-    std::mutex mutex_;  // guards the fields below
-    std::condition_variable cond_;
-    int calls_ = 0;
-    int status_ = -1;
-    std::thread::id thread_;
+    std::promise<std::pair<int, std::thread::id>> results;
 };
 
 class IpcProcessTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { android::ProcessState::self()->startThreadPool(); }
 
-    void startService(const std::vector<std::string>& args = {}) {
-        service_ = std::make_unique<ChildProcess>(
-            FLGR_TEST_SERVICE_PATH, args,
+    // args: separated by spaces.
+    void startService(const std::string& args = "") {
+        std::istringstream words(args);
+        service_ = std::make_unique<vemo::test::ChildProcess>(
+            FLGR_TEST_SERVICE_PATH,
+            std::vector<std::string>{std::istream_iterator<std::string>(words),
+                                     std::istream_iterator<std::string>()},
             std::map<std::string, std::string>{{"VEMO_DEVICE_ROOT", root_.root()}});
-        ASSERT_TRUE(service_->waitForOutput(kPublished, 30s)) << service_->output();
+        ASSERT_TRUE(service_->waitForOutput(
+            "start:addedBinderService, descriptor=vemo.ipc.IFlgrService", 30s))
+            << service_->output();
         binder_ = android::defaultServiceManager()->checkService(IFlgrService::descriptor);
         ASSERT_NE(binder_, nullptr);
         proxy_ = IFlgrService::asInterface(binder_);
-        ASSERT_NE(proxy_, nullptr);
     }
-    size_t occurrences(const std::string& fragment) const {
-        const std::string out = service_->output();
-        size_t count = 0;
-        for (size_t at = out.find(fragment); at != std::string::npos;
-             at = out.find(fragment, at + 1)) {
-            ++count;
-        }
-        return count;
+    // Sends a last factRequest and waits for the connector to see it, so that
+    // every earlier call has been handled.
+    void waitForServiceIdle() {
+        ASSERT_TRUE(proxy_->factRequest(PFactRequest("t", "p", "idle;")).isOk());
+        ASSERT_TRUE(service_->waitForOutput("message=idle;", 60s)) << service_->output();
     }
     static std::shared_ptr<FlgrFileRequest> params() {
         return std::make_shared<FlgrFileRequest>("/data/vemo/engb1.flgr", "app_1", "{}", 0.25f);
@@ -85,7 +73,7 @@ class IpcProcessTest : public ::testing::Test {
 
     hostlog::LogCapture quiet_;  // the client's own parcel log lines stay off stderr
     vemo::test::TempDeviceRoot root_;
-    std::unique_ptr<ChildProcess> service_;
+    std::unique_ptr<vemo::test::ChildProcess> service_;
     sp<android::IBinder> binder_;
     sp<IFlgrService> proxy_;
 };
@@ -95,59 +83,88 @@ TEST_F(IpcProcessTest, FactRequestDeliversTheThreeStrings) {
     const Status status = proxy_->factRequest(PFactRequest("tester", "FactOrvuManager", "a b"));
     EXPECT_TRUE(status.isOk()) << status.toString8().string();
     EXPECT_TRUE(service_->waitForOutput(
-        "RecordingConnector:factRequest client=tester producer=FactOrvuManager message=a b", 10s))
+        "RecordingConnector:factRequest client=tester producer=FactOrvuManager message=a b\n", 10s))
         << service_->output();
 }
 
-TEST_F(IpcProcessTest, FlgrRequestIsAcceptedAndCompletedLaterOnABinderThread) {
-    startService({"--delay-ms", "100"});
+TEST_F(IpcProcessTest, FlgrRequestIsAcceptedAndCompletedLaterOnAnotherThread) {
+    startService("--delay-ms 100");
     const sp<WaitingCallback> callback = new WaitingCallback();
     const Status status = proxy_->flgrRequest(PFlgrRequest("tester", params()), callback);
     ASSERT_TRUE(status.isOk()) << status.toString8().string();
-    ASSERT_TRUE(callback->waitForCall(20s)) << service_->output();
-    std::lock_guard<std::mutex> lock(callback->mutex_);
-    EXPECT_EQ(callback->calls_, 1);
-    EXPECT_EQ(callback->status_, 0);
-    EXPECT_NE(callback->thread_, std::this_thread::get_id());
-    EXPECT_NE(service_->output().find("RecordingConnector:flgrRequest client=tester "
-                                      "file=/data/vemo/engb1.flgr app=app_1 metadata={} "
-                                      "scale=0.25"),
-              std::string::npos)
+    EXPECT_TRUE(
+        service_->waitForOutput("RecordingConnector:flgrRequest client=tester "
+                                "file=/data/vemo/engb1.flgr app=app_1 metadata={} "
+                                "scale=0.25\n",
+                                10s))
         << service_->output();
+    auto results = callback->results.get_future();
+    ASSERT_EQ(results.wait_for(20s), std::future_status::ready) << service_->output();
+    const auto result = results.get();
+    EXPECT_EQ(result.first, 0);
+    EXPECT_NE(result.second, std::this_thread::get_id());
 }
 
-TEST_F(IpcProcessTest, ConnectorStatusReachesTheClient) {
-    startService({"--status", "3"});
+enum class Call { kFact, kFlgr, kFlgrEmptyParams, kFlgrNullCallback };
+
+struct StatusCase {
+    const char* name;
+    const char* serviceArgs;
+    Call call;
+    int32_t exception;
+    int32_t code;  // service-specific code, or the transaction error
+    const char* message;
+    const char* hostError;  // the service's error log line, "" for none
+};
+
+class IpcStatusTest : public IpcProcessTest, public ::testing::WithParamInterface<StatusCase> {};
+
+TEST_P(IpcStatusTest, ClientReadsTheStatusAndTheServiceLogsIt) {
+    const StatusCase& c = GetParam();
+    startService(c.serviceArgs);
     const sp<WaitingCallback> callback = new WaitingCallback();
-    for (const Status& status : {proxy_->factRequest(PFactRequest("t", "p", "m")),
-                                 proxy_->flgrRequest(PFlgrRequest("t", params()), callback)}) {
-        EXPECT_EQ(status.exceptionCode(), Status::EX_SERVICE_SPECIFIC);
-        EXPECT_EQ(status.serviceSpecificErrorCode(), 3);
-        EXPECT_STREQ(status.exceptionMessage().string(), "UnknownError");
+    Status status;
+    if (c.call == Call::kFact) {
+        status = proxy_->factRequest(PFactRequest("t", "p", "m"));
+    } else {
+        status = proxy_->flgrRequest(PFlgrRequest("t", c.call == Call::kFlgr ? params() : nullptr),
+                                     c.call == Call::kFlgrNullCallback ? nullptr : callback);
     }
-    EXPECT_TRUE(service_->waitForOutput("flgrRequest:ServiceDelegateError, code=3", 10s));
-    std::lock_guard<std::mutex> lock(callback->mutex_);
-    EXPECT_EQ(callback->calls_, 0);
+    EXPECT_EQ(status.exceptionCode(), c.exception);
+    EXPECT_EQ(c.exception == Status::EX_SERVICE_SPECIFIC ? status.serviceSpecificErrorCode()
+                                                         : status.transactionError(),
+              c.code);
+    EXPECT_STREQ(status.exceptionMessage().string(), c.message);
+    if (*c.hostError != '\0') {
+        EXPECT_TRUE(service_->waitForOutput(
+            std::string(" E Vemo:FlgrBinderHost: ") + c.hostError + "\n", 10s))
+            << service_->output();
+    }
+    if (*c.serviceArgs == '\0') {  // refused before the connector
+        waitForServiceIdle();
+        EXPECT_EQ(service_->output().find("RecordingConnector:flgrRequest"), std::string::npos);
+    }
 }
 
-TEST_F(IpcProcessTest, NoConnectorAnswersServerNotReady) {
-    startService({"--no-connector"});
-    const sp<WaitingCallback> callback = new WaitingCallback();
-    for (const Status& status : {proxy_->factRequest(PFactRequest("t", "p", "m")),
-                                 proxy_->flgrRequest(PFlgrRequest("t", params()), callback)}) {
-        EXPECT_EQ(status.exceptionCode(), Status::EX_SERVICE_SPECIFIC);
-        EXPECT_EQ(status.serviceSpecificErrorCode(), 121);
-        EXPECT_STREQ(status.exceptionMessage().string(), "ServerNotReady");
-    }
-}
+INSTANTIATE_TEST_SUITE_P(
+    Table, IpcStatusTest,
+    ::testing::Values(
+        StatusCase{"FactConnectorStatus", "--status 3", Call::kFact, Status::EX_SERVICE_SPECIFIC, 3,
+                   "UnknownError", "factRequest:ServiceDelegateError, code=3"},
+        StatusCase{"FlgrConnectorStatus", "--status 3", Call::kFlgr, Status::EX_SERVICE_SPECIFIC, 3,
+                   "UnknownError", "flgrRequest:ServiceDelegateError, code=3"},
+        StatusCase{"FactNoConnector", "--no-connector", Call::kFact, Status::EX_SERVICE_SPECIFIC,
+                   121, "ServerNotReady", "factRequest:ServiceDelegateIsNull"},
+        StatusCase{"FlgrNoConnector", "--no-connector", Call::kFlgr, Status::EX_SERVICE_SPECIFIC,
+                   121, "ServerNotReady", "flgrRequest:ServiceDelegateIsNull"},
+        StatusCase{"FlgrEmptyParams", "", Call::kFlgrEmptyParams, Status::EX_SERVICE_SPECIFIC, 122,
+                   "InvalidRequest", "flgrRequest:InvalidRequest, code=122"},
+        StatusCase{"FlgrNullCallback", "", Call::kFlgrNullCallback, Status::EX_TRANSACTION_FAILED,
+                   android::UNKNOWN_ERROR, "", ""}),
+    [](const ::testing::TestParamInfo<StatusCase>& info) { return std::string(info.param.name); });
 
-TEST_F(IpcProcessTest, RefusalsAndDefaultHandlingAcrossProcesses) {
+TEST_F(IpcProcessTest, RawTransactionsGetRefusalsAndTheDefaultHandling) {
     startService();
-    // A null callback is refused before the connector.
-    const Status nullCallback = proxy_->flgrRequest(PFlgrRequest("t", params()), nullptr);
-    EXPECT_EQ(nullCallback.exceptionCode(), Status::EX_TRANSACTION_FAILED);
-    EXPECT_EQ(nullCallback.transactionError(), android::UNKNOWN_ERROR);
-
     android::Parcel data;
     android::Parcel reply;
     data.writeInterfaceToken(android::String16("vemo.ipc.IFlgrCallback"));
@@ -155,23 +172,15 @@ TEST_F(IpcProcessTest, RefusalsAndDefaultHandlingAcrossProcesses) {
     EXPECT_EQ(binder_->transact(IFlgrService::FACT_REQUEST, data, &reply), android::BAD_TYPE);
     EXPECT_EQ(reply.dataSize(), 0u);
 
-    // A record that ends after two of its three strings.
-    vemo::test::setWireWords(&data, "");
-    data.writeInterfaceToken(IFlgrService::descriptor);
-    data.writeInt32(1);
-    data.writeCString("t");
-    data.writeCString("p");
-    EXPECT_EQ(binder_->transact(IFlgrService::FACT_REQUEST, data, &reply), android::BAD_VALUE);
-
     EXPECT_EQ(binder_->transact(3, data, &reply), android::UNKNOWN_TRANSACTION);
     EXPECT_EQ(binder_->pingBinder(), android::OK);
     EXPECT_EQ(android::String8(binder_->getInterfaceDescriptor()),
               android::String8("vemo.ipc.IFlgrService"));
 
     // Still serving, and nothing refused reached the connector.
-    EXPECT_TRUE(proxy_->factRequest(PFactRequest("t", "p", "after")).isOk());
-    ASSERT_TRUE(service_->waitForOutput("message=after", 10s));
-    EXPECT_EQ(occurrences("RecordingConnector:"), 1u) << service_->output();
+    waitForServiceIdle();
+    const std::string out = service_->output();
+    EXPECT_EQ(out.find("RecordingConnector:"), out.rfind("RecordingConnector:")) << out;
 }
 
 TEST_F(IpcProcessTest, ConcurrentClientsLoseAndDuplicateNothing) {
@@ -179,14 +188,16 @@ TEST_F(IpcProcessTest, ConcurrentClientsLoseAndDuplicateNothing) {
     constexpr int kThreads = 8;
     constexpr int kCalls = 1000;
     std::atomic<int> failures{0};
+    std::multiset<std::string> sent;
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
+        for (int k = 0; k < kCalls; ++k) {
+            sent.insert("t" + std::to_string(t) + "-" + std::to_string(k));
+        }
         threads.emplace_back([&, t] {
             for (int k = 0; k < kCalls; ++k) {
-                const std::string message = "t" + std::to_string(t) + "-" + std::to_string(k) + ";";
-                if (!proxy_->factRequest(PFactRequest("load", "p", message)).isOk()) {
-                    ++failures;
-                }
+                const std::string message = "t" + std::to_string(t) + "-" + std::to_string(k);
+                failures += proxy_->factRequest(PFactRequest("load", "p", message)).isOk() ? 0 : 1;
             }
         });
     }
@@ -194,25 +205,18 @@ TEST_F(IpcProcessTest, ConcurrentClientsLoseAndDuplicateNothing) {
         thread.join();
     }
     EXPECT_EQ(failures, 0);
-    // Lines are written before each call returns, so this one comes last.
-    ASSERT_TRUE(proxy_->factRequest(PFactRequest("load", "p", "end;")).isOk());
-    ASSERT_TRUE(service_->waitForOutput("message=end;", 60s));
+    waitForServiceIdle();  // lines are written before each call returns
 
-    std::map<std::string, int> seen;
+    std::multiset<std::string> seen;
     std::istringstream lines(service_->output());
     const std::string marker = "RecordingConnector:factRequest client=load producer=p message=";
     for (std::string line; std::getline(lines, line);) {
         if (line.compare(0, marker.size(), marker) == 0) {
-            ++seen[line.substr(marker.size())];
+            seen.insert(line.substr(marker.size()));
         }
     }
-    EXPECT_EQ(seen.size(), static_cast<size_t>(kThreads * kCalls + 1));
-    for (int t = 0; t < kThreads; ++t) {
-        for (int k = 0; k < kCalls; ++k) {
-            const std::string message = "t" + std::to_string(t) + "-" + std::to_string(k) + ";";
-            ASSERT_EQ(seen[message], 1) << message;
-        }
-    }
+    EXPECT_EQ(seen.size(), sent.size());
+    EXPECT_TRUE(seen == sent) << "a request was lost, duplicated or changed";
 }
 
 }  // namespace

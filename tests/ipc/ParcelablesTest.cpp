@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 #include <utils/Errors.h>
 
-#include <limits>
-
 #include "ParcelBytes.h"
 #include "ipc/PFactRequest.h"
 #include "ipc/PFlgrRequest.h"
@@ -20,145 +18,89 @@ using vemo::ipc::PFlgrResponse;
 using vemo::test::setWireWords;
 using vemo::test::wireWords;
 
-TEST(ParcelablesTest, FactRequestIsFlagThenThreeCStrings) {
+std::string written(const android::Parcelable& record) {
     Parcel parcel;
-    ASSERT_EQ(parcel.writeParcelable(PFactRequest("c", "prod", "msg")), android::OK);
-    // "prod" needs its NUL in a word of its own.
-    EXPECT_EQ(wireWords(parcel), "01000000 63000000 70726f64 00000000 6d736700");
+    EXPECT_EQ(parcel.writeParcelable(record), android::OK);
+    return wireWords(parcel);
 }
 
-TEST(ParcelablesTest, FlgrRequestIsFlagClientNameThenJson) {
+// Writes `record`, then reads the parcel back into `into`, which must use it all.
+void roundTrip(const android::Parcelable& record, android::Parcelable* into) {
     Parcel parcel;
-    const auto params = std::make_shared<FlgrFileRequest>("f", "a", "m", 0.5f);
-    ASSERT_EQ(parcel.writeParcelable(PFlgrRequest("cl", params)), android::OK);
-    // {"flgrFilePath":"f","applicationId":"a","metadata":"m","scaleValue":0.5}
-    EXPECT_EQ(wireWords(parcel),
+    ASSERT_EQ(parcel.writeParcelable(record), android::OK);
+    parcel.setDataPosition(0);
+    ASSERT_EQ(parcel.readParcelable(into), android::OK);
+    EXPECT_EQ(parcel.dataPosition(), parcel.dataSize());
+}
+
+TEST(ParcelablesTest, EachRecordIsItsPresenceFlagThenItsFields) {
+    // "prod" needs its NUL in a word of its own.
+    EXPECT_EQ(written(PFactRequest("c", "prod", "msg")),
+              "01000000 63000000 70726f64 00000000 6d736700");
+    // "cl", then {"flgrFilePath":"f","applicationId":"a","metadata":"m","scaleValue":0.5}
+    EXPECT_EQ(written(PFlgrRequest("cl", std::make_shared<FlgrFileRequest>("f", "a", "m", 0.5f))),
               "01000000 636c0000 "
               "7b22666c 67724669 6c655061 7468223a 2266222c 22617070 6c696361 74696f6e "
               "4964223a 2261222c 226d6574 61646174 61223a22 6d222c22 7363616c 6556616c "
               "7565223a 302e357d 00000000");
+    EXPECT_EQ(written(PFlgrRequest("cl", nullptr)), "01000000 636c0000 00000000");
+    EXPECT_EQ(written(PFlgrResponse(nullptr)), "01000000");
 }
 
-TEST(ParcelablesTest, FlgrResponseIsOnlyItsPresenceFlag) {
-    Parcel parcel;
-    ASSERT_EQ(parcel.writeParcelable(PFlgrResponse(nullptr)), android::OK);
-    EXPECT_EQ(wireWords(parcel), "01000000");
-}
-
-TEST(ParcelablesTest, FlgrRequestRoundTripKeepsEveryField) {
-    for (const float scale : {0.1f, -2.75e-20f, std::numeric_limits<float>::max()}) {
-        Parcel parcel;
-        const auto params = std::make_shared<FlgrFileRequest>("/data/vemo/engb1.flgr",
-                                                              "UnifiedSensingService_x\\_y_c1",
-                                                              "{\"n\":\"\\u00e9\"}", scale);
-        ASSERT_EQ(parcel.writeParcelable(PFlgrRequest("client", params)), android::OK);
-        parcel.setDataPosition(0);
-        PFlgrRequest read;
-        ASSERT_EQ(parcel.readParcelable(&read), android::OK);
-        EXPECT_EQ(read.getClientName(), "client");
-        ASSERT_NE(read.getParams(), nullptr);
-        EXPECT_EQ(read.getParams()->getFilePath(), "/data/vemo/engb1.flgr");
-        EXPECT_EQ(read.getParams()->getApplicationId(), "UnifiedSensingService_x\\_y_c1");
-        EXPECT_EQ(read.getParams()->getMetadata(), "{\"n\":\"\\u00e9\"}");
-        EXPECT_EQ(read.getParams()->getScaleValue(), scale);
-        EXPECT_EQ(parcel.dataPosition(), parcel.dataSize());
-    }
-}
-
-TEST(ParcelablesTest, FactRequestRoundTripKeepsEveryField) {
-    Parcel parcel;
+TEST(ParcelablesTest, RoundTripsKeepEveryField) {
     const std::string event = "{\"header\":{\"namespace\":\"Ecs\"},\"payload\":\"\xc3\xa9\"}";
-    ASSERT_EQ(parcel.writeParcelable(PFactRequest("client", "UnifiedSensingService", event)),
-              android::OK);
-    parcel.setDataPosition(0);
-    PFactRequest read;
-    ASSERT_EQ(parcel.readParcelable(&read), android::OK);
-    EXPECT_EQ(read.getClientName(), "client");
-    EXPECT_EQ(read.getDataProducer(), "UnifiedSensingService");
-    EXPECT_EQ(read.getMessage(), event);
-}
+    PFactRequest fact;
+    roundTrip(PFactRequest("client", "UnifiedSensingService", event), &fact);
+    EXPECT_EQ(fact.getClientName(), "client");
+    EXPECT_EQ(fact.getDataProducer(), "UnifiedSensingService");
+    EXPECT_EQ(fact.getMessage(), event);
 
-TEST(ParcelablesTest, FlgrResponseReadsAsStatusZeroWhateverItHeld) {
-    int owner = 0;
-    const std::shared_ptr<int> keep(&owner, [](int*) {});
-    // Opaque core types: aliasing pointers stand in for real results.
-    const auto held = std::make_shared<FlgrFileResponse>(
-        5, std::shared_ptr<FlgrResultContext>(keep, reinterpret_cast<FlgrResultContext*>(&owner)),
-        std::shared_ptr<FlgrResults>(keep, reinterpret_cast<FlgrResults*>(&owner)));
+    PFlgrRequest flgr;
+    roundTrip(PFlgrRequest("client", std::make_shared<FlgrFileRequest>(
+                                         "/data/vemo/engb1.flgr", "UnifiedSensingService_x\\_y_c1",
+                                         "{\"n\":\"\\u00e9\"}", -2.75e-20f)),
+              &flgr);
+    EXPECT_EQ(flgr.getClientName(), "client");
+    ASSERT_NE(flgr.getParams(), nullptr);
+    EXPECT_EQ(flgr.getParams()->getFilePath(), "/data/vemo/engb1.flgr");
+    EXPECT_EQ(flgr.getParams()->getApplicationId(), "UnifiedSensingService_x\\_y_c1");
+    EXPECT_EQ(flgr.getParams()->getMetadata(), "{\"n\":\"\\u00e9\"}");
+    EXPECT_EQ(flgr.getParams()->getScaleValue(), -2.75e-20f);
+
+    // The response carries nothing: whatever it held reads back as status 0.
+    const auto held = std::make_shared<FlgrFileResponse>(5, nullptr, nullptr);
     PFlgrResponse response(held);
-    Parcel parcel;
-    ASSERT_EQ(parcel.writeParcelable(response), android::OK);
-    parcel.setDataPosition(0);
-    ASSERT_EQ(parcel.readParcelable(&response), android::OK);
+    roundTrip(response, &response);
     ASSERT_NE(response.getResponse(), nullptr);
     EXPECT_NE(response.getResponse(), held);
     EXPECT_EQ(response.getResponse()->getStatus(), 0);
-    EXPECT_EQ(response.getResponse()->getContext(), nullptr);
-    EXPECT_EQ(response.getResponse()->getResults(), nullptr);
 }
 
-TEST(ParcelablesTest, UnreadableJsonLeavesParamsEmptyButReadsTheClient) {
-    Parcel parcel;
-    // flag, "cl", "{bad"
-    setWireWords(&parcel, "01000000 636c0000 7b626164 00000000");
-    PFlgrRequest read("old", std::make_shared<FlgrFileRequest>("f", "a", "m", 1.0f));
-    ASSERT_EQ(parcel.readParcelable(&read), android::OK);
-    EXPECT_EQ(read.getClientName(), "cl");
-    EXPECT_EQ(read.getParams(), nullptr);
-}
+TEST(ParcelablesTest, ShortParcelsAreRefusedAndKeepTheFields) {
+    // Both requests read each parcel; only the gradient-file request accepts
+    // two strings, where the second is unreadable JSON: no params.
+    const struct {
+        const char* words;
+        android::status_t flgrResult;
+    } cases[] = {{"01000000", android::BAD_VALUE},
+                 {"01000000 63000000", android::BAD_VALUE},
+                 {"01000000 63000000 70000000", android::OK},
+                 {"01000000 63636363", android::BAD_VALUE},
+                 {"01000000 63000000 64646464", android::BAD_VALUE}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.words);
+        Parcel parcel;
+        setWireWords(&parcel, c.words);
+        PFactRequest fact("c0", "p0", "m0");
+        EXPECT_EQ(parcel.readParcelable(&fact), android::BAD_VALUE);
+        EXPECT_EQ(fact.getClientName() + fact.getDataProducer() + fact.getMessage(), "c0p0m0");
 
-TEST(ParcelablesTest, EmptyParamsAreWrittenAsAnEmptyText) {
-    Parcel parcel;
-    ASSERT_EQ(parcel.writeParcelable(PFlgrRequest("cl", nullptr)), android::OK);
-    EXPECT_EQ(wireWords(parcel), "01000000 636c0000 00000000");
-}
-
-// Parcels that end early or hold a string without its NUL.
-struct ShortParcel {
-    const char* name;
-    const char* words;
-};
-
-class ShortParcelTest : public ::testing::TestWithParam<ShortParcel> {};
-
-TEST_P(ShortParcelTest, FactRequestReadFailsAndKeepsItsFields) {
-    Parcel parcel;
-    setWireWords(&parcel, GetParam().words);
-    PFactRequest read("c0", "p0", "m0");
-    EXPECT_EQ(parcel.readParcelable(&read), android::BAD_VALUE);
-    EXPECT_EQ(read.getClientName(), "c0");
-    EXPECT_EQ(read.getDataProducer(), "p0");
-    EXPECT_EQ(read.getMessage(), "m0");
-}
-
-TEST_P(ShortParcelTest, FlgrRequestReadFails) {
-    Parcel parcel;
-    setWireWords(&parcel, GetParam().words);
-    PFlgrRequest read;
-    EXPECT_EQ(parcel.readParcelable(&read), android::BAD_VALUE);
-    EXPECT_EQ(read.getParams(), nullptr);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, ShortParcelTest,
-    ::testing::Values(ShortParcel{"FlagOnly", "01000000"},
-                      ShortParcel{"OneString", "01000000 63000000"},
-                      ShortParcel{"NoNul", "01000000 63636363"},
-                      ShortParcel{"SecondWithoutNul", "01000000 63000000 64646464"}),
-    [](const ::testing::TestParamInfo<ShortParcel>& info) { return std::string(info.param.name); });
-
-TEST(ParcelablesTest, TwoStringsAreTooFewForAFactRequest) {
-    Parcel parcel;
-    setWireWords(&parcel, "01000000 63000000 70000000");
-    PFactRequest read;
-    EXPECT_EQ(parcel.readParcelable(&read), android::BAD_VALUE);
-}
-
-TEST(ParcelablesTest, AbsentRecordIsAnUnexpectedNull) {
-    Parcel parcel;
-    setWireWords(&parcel, "00000000");
-    PFactRequest read;
-    EXPECT_EQ(parcel.readParcelable(&read), android::UNEXPECTED_NULL);
+        parcel.setDataPosition(0);
+        PFlgrRequest flgr("old", std::make_shared<FlgrFileRequest>("f", "a", "m", 1.0f));
+        ASSERT_EQ(parcel.readParcelable(&flgr), c.flgrResult);
+        EXPECT_EQ(flgr.getClientName(), c.flgrResult == android::OK ? "c" : "old");
+        EXPECT_EQ(flgr.getParams() == nullptr, c.flgrResult == android::OK);
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "RecordingConnector.h"
 
 #include <sstream>
+#include <thread>
 #include <utility>
 
 namespace vemo {
@@ -8,18 +9,15 @@ namespace test {
 
 RecordingConnector::RecordingConnector(VemoStatus status, LineSink sink,
                                        std::chrono::milliseconds completionDelay)
-    : status_(status),
-      sink_(std::move(sink)),
-      completionDelay_(completionDelay),
-      worker_([this] { runWorker(); }) {}
+    : status_(status), sink_(std::move(sink)), completionDelay_(completionDelay) {}
 
 RecordingConnector::~RecordingConnector() {
+    std::vector<std::future<void>> completions;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        stopping_ = true;
+        completions.swap(completions_);
     }
-    cond_.notify_all();
-    worker_.join();
+    // Futures of std::async wait for their threads as they go.
 }
 
 VemoStatus RecordingConnector::flgrRequest(const std::string& client,
@@ -28,17 +26,19 @@ VemoStatus RecordingConnector::flgrRequest(const std::string& client,
     line << "RecordingConnector:flgrRequest client=" << client << " file=" << request.getFilePath()
          << " app=" << request.getApplicationId() << " metadata=" << request.getMetadata()
          << " scale=" << request.getScaleValue();
-    {
+    record(line.str());
+    if (status_ == kVemoStatusOk) {
+        // The completion calls into the client: never under the lock.
+        auto completion = std::async(std::launch::async, [this, done]() mutable {
+            std::this_thread::sleep_for(completionDelay_);
+            done(kVemoStatusOk, nullptr, nullptr);
+            done = nullptr;  // lets the client's callback go
+            if (sink_) {
+                sink_("RecordingConnector:completed");
+            }
+        });
         std::lock_guard<std::mutex> lock(mutex_);
-        flgrCalls_.push_back({client, request.getFilePath(), request.getApplicationId(),
-                              request.getMetadata(), request.getScaleValue()});
-        if (status_ == kVemoStatusOk) {
-            pending_.push_back(std::move(done));
-        }
-    }
-    cond_.notify_all();
-    if (sink_) {
-        sink_(line.str());
+        completions_.push_back(std::move(completion));
     }
     return status_;
 }
@@ -46,14 +46,8 @@ VemoStatus RecordingConnector::flgrRequest(const std::string& client,
 VemoStatus RecordingConnector::factRequest(const std::string& client,
                                            const std::string& dataProducer,
                                            const std::string& message) {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        factCalls_.push_back({client, dataProducer, message});
-    }
-    if (sink_) {
-        sink_("RecordingConnector:factRequest client=" + client + " producer=" + dataProducer +
-              " message=" + message);
-    }
+    record("RecordingConnector:factRequest client=" + client + " producer=" + dataProducer +
+           " message=" + message);
     return status_;
 }
 
@@ -61,41 +55,18 @@ VemoStatus RecordingConnector::registerResetCb(std::function<void()> /*callback*
     return kVemoStatusOk;
 }
 
-std::vector<RecordingConnector::FactCall> RecordingConnector::factCalls() const {
+std::vector<std::string> RecordingConnector::requests() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return factCalls_;
+    return requests_;
 }
 
-std::vector<RecordingConnector::FlgrCall> RecordingConnector::flgrCalls() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return flgrCalls_;
-}
-
-bool RecordingConnector::waitForCompletions(size_t count, std::chrono::milliseconds bound) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return cond_.wait_for(lock, bound, [&] { return completed_ >= count; });
-}
-
-void RecordingConnector::runWorker() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    for (;;) {
-        cond_.wait(lock, [this] { return stopping_ || !pending_.empty(); });
-        if (pending_.empty()) {
-            return;
-        }
-        FlgrDone done = std::move(pending_.front());
-        pending_.pop_front();
-        lock.unlock();
-        std::this_thread::sleep_for(completionDelay_);
-        // The completion calls into the client; never while holding the lock.
-        done(kVemoStatusOk, nullptr, nullptr);
-        done = nullptr;
-        if (sink_) {
-            sink_("RecordingConnector:completed");
-        }
-        lock.lock();
-        ++completed_;
-        cond_.notify_all();
+void RecordingConnector::record(const std::string& line) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        requests_.push_back(line);
+    }
+    if (sink_) {
+        sink_(line);
     }
 }
 

@@ -1,19 +1,15 @@
 #pragma once
-// A ServiceConnector for tests: records every call, answers with a fixed
-// status, and (when accepted) completes gradient-file requests later on its
-// own worker thread, the way the daemon's connector completes them from the
-// aggregation core's thread. An optional line sink sees one text line per
-// call, which the test service process writes to stderr.
-//
-// Thread-safe: binder threads call in concurrently while a test reads.
+// A ServiceConnector for tests: records every request as one text line, which
+// an optional sink also sees (the test service process writes them to
+// stderr), and answers with a fixed status. Accepted gradient-file requests
+// complete later on a thread of their own, the way the daemon's connector
+// completes them from the aggregation core's thread. Thread-safe.
 
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "ipc/ServiceConnector.h"
@@ -23,25 +19,13 @@ namespace test {
 
 class RecordingConnector : public ipc::ServiceConnector {
   public:
-    struct FactCall {
-        std::string client;
-        std::string dataProducer;
-        std::string message;
-    };
-    struct FlgrCall {
-        std::string client;
-        std::string filePath;
-        std::string applicationId;
-        std::string metadata;
-        float scaleValue;
-    };
     using LineSink = std::function<void(const std::string&)>;
 
-    // status: what every request returns. Accepted gradient-file requests are
-    // completed with status 0 after `completionDelay` on the worker thread.
+    // Accepted gradient-file requests complete with status 0 after
+    // `completionDelay`; the sink then sees "RecordingConnector:completed".
     explicit RecordingConnector(VemoStatus status = kVemoStatusOk, LineSink sink = nullptr,
                                 std::chrono::milliseconds completionDelay = {});
-    ~RecordingConnector() override;  // finishes pending completions, joins the worker
+    ~RecordingConnector() override;  // waits for the pending completions
 
     VemoStatus flgrRequest(const std::string& client, const ipc::FlgrFileRequest& request,
                            FlgrDone done) override;
@@ -49,25 +33,20 @@ class RecordingConnector : public ipc::ServiceConnector {
                            const std::string& message) override;
     VemoStatus registerResetCb(std::function<void()> callback) override;
 
-    std::vector<FactCall> factCalls() const;
-    std::vector<FlgrCall> flgrCalls() const;
-    // Waits until `count` completions have run; false when the bound passed.
-    bool waitForCompletions(size_t count, std::chrono::milliseconds bound) const;
+    // "RecordingConnector:factRequest client=c producer=p message=m" and
+    // "RecordingConnector:flgrRequest client=c file=f app=a metadata=m scale=0.5",
+    // in arrival order.
+    std::vector<std::string> requests() const;
 
   private:
-    void runWorker();
+    void record(const std::string& line);
 
     const VemoStatus status_;
     const LineSink sink_;
     const std::chrono::milliseconds completionDelay_;
-    mutable std::mutex mutex_;  // guards every member below
-    mutable std::condition_variable cond_;
-    std::vector<FactCall> factCalls_;
-    std::vector<FlgrCall> flgrCalls_;
-    std::deque<FlgrDone> pending_;
-    size_t completed_ = 0;
-    bool stopping_ = false;
-    std::thread worker_;
+    mutable std::mutex mutex_;  // guards the members below
+    std::vector<std::string> requests_;
+    std::vector<std::future<void>> completions_;
 };
 
 }  // namespace test
