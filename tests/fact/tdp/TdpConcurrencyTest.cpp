@@ -11,7 +11,6 @@
 #include <thread>
 
 #include "TdpTestSupport.h"
-#include "TdpVectorRecorder.h"
 #include "TempDeviceRoot.h"
 #include "fact/FactHeartbeatMetric.h"
 #include "fact/tdp/TdpManager.h"

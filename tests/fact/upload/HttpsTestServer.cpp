@@ -1,5 +1,6 @@
 #include "HttpsTestServer.h"
 
+#include <chrono>
 #include <stdexcept>
 
 namespace vemo {
@@ -19,8 +20,6 @@ HttpsTestServer::HttpsTestServer(const std::string& certFile, const std::string&
         handle(request, response);
     };
     server_.Post(".*", handler);
-    server_.Get(".*", handler);
-    server_.Put(".*", handler);
     port_ = server_.bind_to_any_port("127.0.0.1");
     if (port_ <= 0) {
         throw std::runtime_error("HTTPS test server: cannot bind");
@@ -55,7 +54,7 @@ void HttpsTestServer::holdAnswers() {
 void HttpsTestServer::release() {
     std::lock_guard<std::mutex> guard(lock_);
     hold_ = false;
-    changed_.notify_all();
+    released_.notify_all();
 }
 
 std::vector<RecordedRequest> HttpsTestServer::requests() const {
@@ -63,16 +62,10 @@ std::vector<RecordedRequest> HttpsTestServer::requests() const {
     return requests_;
 }
 
-bool HttpsTestServer::waitForRequests(size_t n, std::chrono::milliseconds bound) {
-    std::unique_lock<std::mutex> guard(lock_);
-    return changed_.wait_for(guard, bound, [&] { return requests_.size() >= n; });
-}
-
 void HttpsTestServer::handle(const httplib::Request& request, httplib::Response& response) {
     std::unique_lock<std::mutex> guard(lock_);
     requests_.push_back({request.method, request.path, request.body, request.headers});
-    changed_.notify_all();
-    changed_.wait(guard, [this] { return !hold_; });
+    released_.wait(guard, [this] { return !hold_; });
     response.status = status_;
     response.set_content(body_, "application/json");
 }

@@ -7,7 +7,6 @@
 
 #include <httplib.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -47,8 +46,6 @@ class HttpsTestServer {
     void release();
 
     std::vector<RecordedRequest> requests() const;
-    // Waits (bounded, event-driven) until at least n requests were recorded.
-    bool waitForRequests(size_t n, std::chrono::milliseconds bound = std::chrono::seconds(30));
 
   private:
     void handle(const httplib::Request& request, httplib::Response& response);
@@ -57,7 +54,7 @@ class HttpsTestServer {
     int port_ = -1;
     std::thread thread_;
     mutable std::mutex lock_;  // guards everything below
-    std::condition_variable changed_;
+    std::condition_variable released_;
     std::vector<RecordedRequest> requests_;
     int status_ = 200;
     std::string body_ = "{}";

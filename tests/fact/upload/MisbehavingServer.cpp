@@ -104,7 +104,6 @@ void MisbehavingServer::serve() {
         if (fd < 0) {
             continue;
         }
-        ++accepted_;
         serveOne(fd);
         close(fd);
     }

@@ -5,7 +5,6 @@
 
 #include <openssl/ssl.h>
 
-#include <atomic>
 #include <string>
 #include <thread>
 
@@ -32,8 +31,6 @@ class MisbehavingServer {
     MisbehavingServer& operator=(const MisbehavingServer&) = delete;
 
     std::string baseUrl() const;
-    // Connections accepted so far.
-    int accepted() const { return accepted_.load(); }
 
   private:
     void serve();
@@ -46,7 +43,6 @@ class MisbehavingServer {
     int listenFd_ = -1;
     int stopPipe_[2] = {-1, -1};
     int port_ = 0;
-    std::atomic<int> accepted_{0};
     std::thread thread_;
 };
 
