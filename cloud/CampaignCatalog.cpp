@@ -1,6 +1,7 @@
 #include "CampaignCatalog.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <exception>
@@ -98,7 +99,12 @@ std::optional<CampaignLayout> CampaignCatalog::find(const std::string& campaignI
                 return layoutOf(found->second);
             }
         } catch (const std::exception& e) {
-            logger.w("%s:skipping %s: %s", "find", path.c_str(), e.what());
+            struct stat info {};
+            stat(path.c_str(), &info);
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (warned_.emplace(path, static_cast<int64_t>(info.st_mtime)).second) {
+                logger.w("%s:skipping %s: %s", "find", path.c_str(), e.what());
+            }
         }
     }
     return std::nullopt;

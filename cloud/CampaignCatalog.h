@@ -12,11 +12,13 @@
 // shares element 0 with the events that fall in no bin. Element 1 is only
 // ever filled by randomised reports.
 //
-// Immutable; the directory is read again on each lookup so that a document
-// added while the cloud runs is found. Any thread.
+// The directory is read again on each lookup, so that a document added
+// while the cloud runs is found. Any thread.
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -57,6 +59,9 @@ class CampaignCatalog {
 
   private:
     std::string directory_;
+    mutable std::mutex mutex_;  // guards warned_
+    // Files already reported as not loading, with the time they changed.
+    mutable std::set<std::pair<std::string, int64_t>> warned_;
 };
 
 }  // namespace cloud

@@ -86,7 +86,7 @@ enum class UploadOutcome {
 
 struct UploadResult {
     UploadOutcome outcome = UploadOutcome::kNotMember;
-    bool sessionFull = false;  // every member has now uploaded
+    bool full = false;  // every member has now uploaded
 };
 
 struct Totals {

@@ -149,7 +149,7 @@ Answer Ingestion::upload(const std::string& token, const std::string& body) {
         case UploadOutcome::kRepeat:
             break;
     }
-    if (result.sessionFull) {
+    if (result.full) {
         controller_.finish(doc.cohortId);
     }
     return {200, "{}"};

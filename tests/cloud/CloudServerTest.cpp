@@ -1,0 +1,167 @@
+#include "CloudServer.h"
+
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include <chrono>
+#include <thread>
+
+#include "ChildProcess.h"
+#include "CloudTestDevice.h"
+#include "TempDeviceRoot.h"
+#include "TestPki.h"
+
+namespace vemo {
+namespace cloud {
+namespace {
+
+using test::CloudTestDevice;
+
+const char* const kApp = "TestProducer_en-US_wakeword_quality";
+constexpr size_t kLength = 9;  // the campaign's vector, without the checksum
+
+int64_t nowMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+// A real cloud on loopback, in process, with a fresh database and test CA.
+class CloudServerTest : public ::testing::Test {
+  protected:
+    void start(ControllerConfig config) {
+        config.tickMs = 50;
+        controller = std::make_unique<SessionController>(store, config, nowMs);
+        ingestion = std::make_unique<Ingestion>(store, *controller, catalog, nowMs);
+        ServerConfig serverConfig;
+        serverConfig.port = 0;
+        serverConfig.certFile = pki.serverCert();
+        serverConfig.keyFile = pki.serverKey();
+        serverConfig.pollMs = 5000;
+        serverConfig.threads = 16;
+        server =
+            std::make_unique<CloudServer>(serverConfig, store, *controller, *ingestion, catalog);
+        std::string error;
+        ASSERT_TRUE(server->bind(error)) << error;
+        controller->start();
+        thread = std::thread([this] { server->run(); });
+        cloud = std::make_unique<test::CloudClient>(server->port(), pki.caFile());
+    }
+    void TearDown() override {
+        if (server) {
+            server->stop();
+            thread.join();
+            controller->stop();
+        }
+    }
+
+    std::vector<CloudTestDevice> devices(size_t count, const std::string& prefix = "d",
+                                         const std::string& app = kApp) {
+        std::vector<std::pair<std::string, std::string>> registry;
+        std::vector<CloudTestDevice> out;
+        for (size_t i = 0; i < count; ++i) {
+            const std::string token = prefix + "-token-" + std::to_string(i);
+            registry.emplace_back(token, prefix + std::to_string(i));
+            out.emplace_back(token, app);
+        }
+        store.registerDevices(registry);
+        return out;
+    }
+
+    // Waits until the health counts satisfy `done`.
+    bool waitFor(const std::function<bool(const HealthCounts&)>& done) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < until) {
+            if (done(store.health())) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
+    // The noisy counts of the campaign's results, per application id, all
+    // items concatenated.
+    std::map<std::string, std::vector<int64_t>> publishedCounts() {
+        const auto result = cloud->get("/v1/campaigns/wakeword_quality/results", "");
+        EXPECT_TRUE(result && result->status == 200);
+        rapidjson::Document doc;
+        doc.Parse(result->body.c_str());
+        std::map<std::string, std::vector<int64_t>> out;
+        for (const auto& app : doc["applications"].GetArray()) {
+            auto& counts = out[app["application_id"].GetString()];
+            for (const auto& item : app["items"].GetArray()) {
+                for (const auto& bin : item["bins"].GetArray()) {
+                    counts.push_back(bin["noisy_count"].GetInt64());
+                }
+            }
+        }
+        return out;
+    }
+
+    test::TempDeviceRoot dir;
+    test::TestPki pki{dir.root()};
+    CloudStore store{dir.root() + "/cloud.db"};
+    CampaignCatalog catalog{CLOUD_TEST_DATA_DIR "/campaigns"};
+    std::unique_ptr<SessionController> controller;
+    std::unique_ptr<Ingestion> ingestion;
+    std::unique_ptr<CloudServer> server;
+    std::unique_ptr<test::CloudClient> cloud;
+    std::thread thread;
+};
+
+std::vector<int32_t> inputOf(size_t device) {
+    std::vector<int32_t> v(kLength);
+    for (size_t j = 0; j < kLength; ++j) {
+        v[j] = static_cast<int32_t>((device * 7 + j * 3) % 11);
+    }
+    return v;
+}
+
+TEST_F(CloudServerTest, CohortSumsEqualTheSumOfInputs) {
+    start({5, 7, 300, 20000, 4});
+    auto fleet = devices(20);
+    std::vector<int64_t> expected(kLength, 0);
+    for (size_t i = 0; i < fleet.size(); ++i) {
+        ASSERT_EQ(fleet[i].requestParticipation(*cloud, inputOf(i)), 200);
+        for (size_t j = 0; j < kLength; ++j) {
+            expected[j] += inputOf(i)[j];
+        }
+    }
+    for (auto& device : fleet) {
+        ASSERT_TRUE(device.receiveDirective(*cloud));
+        ASSERT_EQ(device.upload(*cloud), 200);
+    }
+    ASSERT_TRUE(waitFor([](const HealthCounts& h) { return h.sessionsComplete == 3; }));
+    EXPECT_EQ(publishedCounts()[kApp], expected);
+    EXPECT_EQ(store.totals("wakeword_quality")[0].devices, 20);
+}
+
+TEST_F(CloudServerTest, IncompleteOrTamperedSessionsPublishNothing) {
+    start({5, 5, 0, 1500, 4});
+    auto silent = devices(5, "silent");
+    auto tampering = devices(5, "tamper", "TestProducer_de-DE_wakeword_quality");
+    for (size_t i = 0; i < 5; ++i) {
+        ASSERT_EQ(silent[i].requestParticipation(*cloud, inputOf(i)), 200);
+        ASSERT_EQ(tampering[i].requestParticipation(*cloud, inputOf(i)), 200);
+    }
+    for (size_t i = 0; i < 5; ++i) {
+        ASSERT_TRUE(silent[i].receiveDirective(*cloud));
+        ASSERT_TRUE(tampering[i].receiveDirective(*cloud));
+        if (i > 0) {
+            ASSERT_EQ(silent[i].upload(*cloud), 200);
+        }
+        ASSERT_EQ(tampering[i].upload(*cloud, i == 2 ? 1 : 0), 200);
+    }
+    ASSERT_TRUE(waitFor([](const HealthCounts& h) { return h.sessionsFailed == 2; }));
+    EXPECT_EQ(store.session(tampering[0].cohortId())->reason, SessionController::kChecksumReason);
+    EXPECT_NE(store.session(silent[1].cohortId())->reason.find("deadline"), std::string::npos);
+    EXPECT_TRUE(publishedCounts().empty());
+    // The silent member is too late now.
+    ASSERT_TRUE(silent[0].receiveDirective(*cloud));
+    EXPECT_EQ(silent[0].upload(*cloud), 409);
+}
+
+}  // namespace
+}  // namespace cloud
+}  // namespace vemo

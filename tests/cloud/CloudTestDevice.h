@@ -1,0 +1,68 @@
+#pragma once
+// A device for the cloud's tests, in process: it speaks the device's side of
+// the protocol with the protocol library (fresh X25519 key per request, the
+// mask directive's neighbours, AES-CTR masks) and the upload client's own
+// document writer, over real HTTPS to a cloud on loopback.
+//
+// One thread at a time per device; devices are independent.
+
+#include <httplib.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <secagg/KeyPair.h>
+
+namespace vemo {
+namespace test {
+
+// An HTTPS client that trusts only the test CA.
+struct CloudClient {
+    CloudClient(int port, const std::string& caFile);
+    httplib::Result post(const std::string& path, const std::string& token,
+                         const std::string& body);
+    httplib::Result get(const std::string& path, const std::string& token);
+    httplib::SSLClient client;
+};
+
+class CloudTestDevice {
+  public:
+    // The metadata text of the tests' campaign.
+    static const char* const kMetadata;
+
+    CloudTestDevice(std::string token, std::string applicationId);
+
+    // Posts a participation request for `values` (the checksum is appended);
+    // the HTTP status.
+    int requestParticipation(CloudClient& cloud, const std::vector<int32_t>& values);
+    // Waits for the mask directive (long poll); false when none came.
+    bool receiveDirective(CloudClient& cloud);
+    // Masks (with `tamper` added to element 0 afterwards) and uploads; the
+    // HTTP status.
+    int upload(CloudClient& cloud, int32_t tamper = 0);
+
+    const std::string& cohortId() const { return cohortId_; }
+    const std::string& token() const { return token_; }
+    // The upload document of the last upload call.
+    const std::string& lastUpload() const { return lastUpload_; }
+
+  private:
+    std::string token_;
+    std::string applicationId_;
+    std::vector<int32_t> vector_;
+    std::optional<secagg::KeyPair> key_;
+    std::string directive_;
+    std::string cohortId_;
+    std::string lastUpload_;
+};
+
+// A unique message id.
+std::string newMessageId();
+// {"event":{"header":{...},"payload":"<payload>"}}.
+std::string eventBody(const std::string& eventNamespace, const std::string& name,
+                      const std::string& messageId, const std::string& payload);
+
+}  // namespace test
+}  // namespace vemo
