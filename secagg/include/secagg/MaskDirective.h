@@ -30,11 +30,19 @@ struct MaskDirective {
 // Compact JSON, members in a fixed order.
 std::string writeMaskDirective(const MaskDirective& directive);
 
-// Strict, as for the participation request. More than `maxNeighbours`
-// neighbours are refused before any of them is decoded. On failure
-// `requestIdRead` tells whether `out.requestId` was read (a directive that
-// names a request and is then refused still uses that request up).
-bool parseMaskDirective(const std::string& text, MaskDirective& out, std::string& error,
-                        bool& requestIdRead, size_t maxNeighbours = 1u << 16);
+enum class DirectiveParse {
+    Ok,
+    // Not JSON, not an object, an unknown or missing member, a wrong type or
+    // value, or an id or key that does not decode to its size.
+    Malformed,
+    // More neighbours than the caller accepts; none of them was decoded.
+    TooManyNeighbours,
+};
+
+// Strict, as for the participation request. On failure `requestIdRead` tells
+// whether `out.requestId` was read (a directive that names a request and is
+// then refused still uses that request up), and `error` holds a short reason.
+DirectiveParse parseMaskDirective(const std::string& text, MaskDirective& out, std::string& error,
+                                  bool& requestIdRead, size_t maxNeighbours);
 
 }  // namespace secagg

@@ -26,6 +26,8 @@ enum class MaskResult {
     Ok,
     // OpenSSL refused an agreement (a small-order neighbour key).
     AgreementFailed,
+    // The own public key among the neighbours: its mask could not cancel.
+    OwnKeyListed,
     // Any other OpenSSL failure.
     CryptoFailed,
 };
