@@ -81,16 +81,19 @@ void VemoManager::onDirective(const tolmocomm::TolmoDirective& directive) {
                  directive.getPayload().c_str());
         return;
     }
-    const auto payload =
-        document.IsObject() ? document.FindMember("payload") : document.MemberEnd();
-    if (!document.IsObject() || payload == document.MemberEnd() || !payload->value.IsObject()) {
+    const rapidjson::Value* payload = nullptr;
+    if (document.IsObject()) {
+        const auto member = document.FindMember("payload");
+        payload = member != document.MemberEnd() ? &member->value : nullptr;
+    }
+    if (payload == nullptr || !payload->IsObject()) {
         logger.e("%s:Payload does not exist in the directive or is not an object: %s", "operator()",
                  directive.getPayload().c_str());
         return;
     }
     rapidjson::StringBuffer buffer;
     Writer writer(buffer);
-    payload->value.Accept(writer);
+    payload->Accept(writer);
     if (coreWrapper->mask(std::string(buffer.GetString(), buffer.GetSize())) != 0) {
         fact::FactHeartbeatMetric::GetInstance().addCount("DataMaskError");
     }
