@@ -202,6 +202,12 @@ void TraceGenerator::checkCampaign() const {
             }
         }
     }
+    // One upload per device, after its whole trace: a size criterion would
+    // split a device's turns over uploads at moments a script cannot see.
+    if (schema.uploadFrequencies.size() != 1 ||
+        schema.uploadFrequencies[0].type != fact::UploadFrequencyConfig::TIME) {
+        throw std::runtime_error("the campaign's upload criterion must be one time_seconds wait");
+    }
     rapidjson::Document config;
     config.Parse(schema.dataProducerConfig.c_str());
     bool emits = false;
@@ -268,6 +274,8 @@ TraceGenerator::Result TraceGenerator::generate(const Options& options) const {
     writer.String(schema.campaignId);
     writer.Key("application_id");
     writer.String(applicationId);
+    writer.Key("upload_seconds");
+    writer.Int(schema.uploadFrequencies[0].value);
     writer.Key("seed");
     writer.Uint64(options.seed);
     writer.Key("devices");

@@ -39,7 +39,8 @@ class TraceGenerator {
     struct Result {
         // traces[d][0] primes device d's state; traces[d][1..] are its turns.
         std::vector<std::vector<std::string>> traces;
-        // {"campaign_id", "application_id", "seed", "devices",
+        // {"campaign_id", "application_id", "upload_seconds" (the campaign's
+        //  wait between uploads), "seed", "devices",
         //  "events_per_device", "items": [{"name", "length", "reports",
         //  "counts": [...]}]}
         std::string truthJson;
@@ -50,7 +51,8 @@ class TraceGenerator {
     // std::runtime_error naming what does not fit: an unreadable file, a
     // binned attribute whose value a trace cannot control, a card or
     // activity that is not a bin, an activity without its passthrough
-    // signal, a missing emit criterion.
+    // signal, a missing emit criterion, an upload criterion other than one
+    // time wait.
     TraceGenerator(const std::string& campaignPath, const std::string& usagePath);
     ~TraceGenerator();
 
