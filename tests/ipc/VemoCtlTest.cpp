@@ -133,12 +133,19 @@ TEST_F(VemoCtlTest, RequestsCarryTheClientArgumentsAndFileContents) {
     EXPECT_EQ(
         runCtl({"--client", "me", "fact", "Fo", "@" + root_.path("/tmp/event.json")}).exitCode, 0);
     EXPECT_EQ(runCtl({"flgr", "/data/vemo/engb1.flgr", "app", "{}", "-1.5"}).exitCode, 0);
+    root_.writeFile("/tmp/trace.jsonl", "{\"a\":1}\n\n{\"b\":2}");
+    const Result lines =
+        runCtl({"--each-line", "fact", "Us", "@" + root_.path("/tmp/trace.jsonl")});
+    EXPECT_EQ(lines.exitCode, 0);
+    EXPECT_EQ(lines.out, "factRequest: ok, 2 requests\n");
     for (const char* line :
          {"RecordingConnector:factRequest client=vemoctl producer=FactOrvuManager "
           "message=/data/vemo/campaign.json\n",
           "RecordingConnector:factRequest client=me producer=Fo message={\"header\":{}}\n\n",
           "RecordingConnector:flgrRequest client=vemoctl file=/data/vemo/engb1.flgr app=app "
-          "metadata={} scale=-1.5\n"}) {
+          "metadata={} scale=-1.5\n",
+          "RecordingConnector:factRequest client=vemoctl producer=Us message={\"a\":1}\n",
+          "RecordingConnector:factRequest client=vemoctl producer=Us message={\"b\":2}\n"}) {
         EXPECT_TRUE(service_->waitForOutput(line, 10s)) << line << service_->output();
     }
 }

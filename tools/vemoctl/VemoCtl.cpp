@@ -142,6 +142,7 @@ std::string VemoCtl::usage() {
            "\n"
            "options:\n"
            "  --client <name>       client name sent with requests (default vemoctl)\n"
+           "  --each-line           fact sends each non-empty line as a request of its own\n"
            "  --service <name>      service to call (default vemo.ipc.IFlgrService)\n"
            "  --timeout <seconds>   how long flgr waits for onResults (default 30)\n"
            "  --help                this text\n"
@@ -164,6 +165,10 @@ int VemoCtl::run(const std::vector<std::string>& args) {
         if (option == "--help") {
             out_ << usage();
             return kExitOk;
+        }
+        if (option == "--each-line") {
+            options.eachLine = true;
+            continue;
         }
         if (option != "--client" && option != "--service" && option != "--timeout") {
             return usageError("unknown option '" + option + "'");
@@ -230,11 +235,34 @@ int VemoCtl::fact(const Options& options, const std::vector<std::string>& args) 
         return kExitUnavailable;
     }
     const android::sp<ipc::IFlgrService> service = ipc::IFlgrService::asInterface(binder);
-    const Status status = service->factRequest(ipc::PFactRequest(options.client, args[0], message));
-    if (!status.isOk()) {
-        return reportFailure(err_, "factRequest", status);
+    if (!options.eachLine) {
+        const Status status =
+            service->factRequest(ipc::PFactRequest(options.client, args[0], message));
+        if (!status.isOk()) {
+            return reportFailure(err_, "factRequest", status);
+        }
+        out_ << "factRequest: ok\n";
+        return kExitOk;
     }
-    out_ << "factRequest: ok\n";
+    // One request per line, in order, over one connection: a trace of events
+    // without a process per event.
+    std::istringstream lines(message);
+    int sent = 0;
+    int number = 0;
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        if (line.empty()) {
+            continue;
+        }
+        const Status status =
+            service->factRequest(ipc::PFactRequest(options.client, args[0], line));
+        if (!status.isOk()) {
+            err_ << "vemoctl: line " << number << " refused after " << sent << " requests\n";
+            return reportFailure(err_, "factRequest", status);
+        }
+        ++sent;
+    }
+    out_ << "factRequest: ok, " << sent << " requests\n";
     return kExitOk;
 }
 

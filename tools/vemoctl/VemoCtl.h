@@ -5,6 +5,7 @@
 // standard streams to it.
 //
 //   vemoctl [options] fact <dataProducer> <message | @file>
+//       (with --each-line: one request per non-empty line, in order)
 //   vemoctl [options] flgr <file> <applicationId> <metadata> <scale>
 //   vemoctl [options] ping [service]
 //   vemoctl [options] list
@@ -45,6 +46,7 @@ class VemoCtl {
         std::string client = "vemoctl";
         std::string service = "vemo.ipc.IFlgrService";
         std::chrono::milliseconds timeout{30000};
+        bool eachLine = false;
     };
 
     int fact(const Options& options, const std::vector<std::string>& args);

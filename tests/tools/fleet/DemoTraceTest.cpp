@@ -71,7 +71,7 @@ TEST(DemoTraceTest, OneDevicesTraceCountsExactlyTheTruth) {
 
     // The same campaign, counted as is and sent on every event.
     std::string exact = replaced(readFile(campaign), "\"cohort_size\": 16", "\"cohort_size\": 0");
-    exact = replaced(exact, "\"value\": 5}", "\"value\": 0}");
+    exact = replaced(exact, "\"value\": 8}", "\"value\": 0}");
     root.writeFile("/data/vemo/exact.json", exact);
     ASSERT_EQ(factVemo_SetVectorCallback(&sumVectors), 0u);
     fact::tdp::TdpManager& manager = fact::tdp::TdpManager::GetInstance();
