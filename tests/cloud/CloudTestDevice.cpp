@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
@@ -111,7 +113,11 @@ int CloudTestDevice::requestParticipation(CloudClient& cloud, const std::vector<
 }
 
 bool CloudTestDevice::receiveDirective(CloudClient& cloud) {
-    const auto result = cloud.get("/v20160207/directives?after=0", token_);
+    auto result = cloud.get("/v20160207/directives?after=0", token_);
+    for (int retry = 0; retry < 100 && result && result->status == 503; ++retry) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        result = cloud.get("/v20160207/directives?after=0", token_);
+    }
     if (!result || result->status != 200) {
         return false;
     }
@@ -126,7 +132,7 @@ bool CloudTestDevice::receiveDirective(CloudClient& cloud) {
     return true;
 }
 
-int CloudTestDevice::upload(CloudClient& cloud, int32_t tamper) {
+std::string CloudTestDevice::uploadDocument(int32_t tamper) {
     secagg::MaskDirective directive;
     std::string error;
     bool requestIdRead = false;
@@ -142,10 +148,13 @@ int CloudTestDevice::upload(CloudClient& cloud, int32_t tamper) {
     }
     words[0] += static_cast<uint32_t>(tamper);
     cohortId_ = directive.cohortId;
-    lastUpload_ = fact::createJsonPayload(
+    return fact::createJsonPayload(
         fact::encodeVector(std::vector<int32_t>(words.begin(), words.end()), false),
         fact::parseCampaignMetadata(kMetadata), applicationId_, cohortId_);
-    const auto result = cloud.post("/maskedFAVs", token_, lastUpload_);
+}
+
+int CloudTestDevice::upload(CloudClient& cloud, int32_t tamper) {
+    const auto result = cloud.post("/maskedFAVs", token_, uploadDocument(tamper));
     return result ? result->status : -1;
 }
 

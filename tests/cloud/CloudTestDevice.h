@@ -37,16 +37,17 @@ class CloudTestDevice {
     // Posts a participation request for `values` (the checksum is appended);
     // the HTTP status.
     int requestParticipation(CloudClient& cloud, const std::vector<int32_t>& values);
-    // Waits for the mask directive (long poll); false when none came.
+    // Waits for the mask directive (long poll, asking again after a 503);
+    // false when none came.
     bool receiveDirective(CloudClient& cloud);
-    // Masks (with `tamper` added to element 0 afterwards) and uploads; the
-    // HTTP status.
+    // The upload document of the masked vector, `tamper` added to element 0
+    // after masking.
+    std::string uploadDocument(int32_t tamper = 0);
+    // Posts uploadDocument(tamper); the HTTP status.
     int upload(CloudClient& cloud, int32_t tamper = 0);
 
     const std::string& cohortId() const { return cohortId_; }
     const std::string& token() const { return token_; }
-    // The upload document of the last upload call.
-    const std::string& lastUpload() const { return lastUpload_; }
 
   private:
     std::string token_;
@@ -55,7 +56,6 @@ class CloudTestDevice {
     std::optional<secagg::KeyPair> key_;
     std::string directive_;
     std::string cohortId_;
-    std::string lastUpload_;
 };
 
 // A unique message id.
