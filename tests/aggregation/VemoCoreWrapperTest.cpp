@@ -1,0 +1,209 @@
+// The wrapper over a scripted core: codes become statuses, exceptions with
+// exact texts and heartbeat counts; results and log lines are forwarded.
+#include "aggregation/VemoCoreWrapper.h"
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+#include <hostlog/LogCapture.h>
+
+#include <stdexcept>
+
+#include "ScriptedCore.h"
+#include "fact/FactHeartbeatMetric.h"
+
+namespace vemo {
+namespace {
+
+using test::ScriptedCore;
+
+const char kTag[] = "Vemo:VemoCoreWrapper";
+
+class VemoCoreWrapperTest : public ::testing::Test {
+  protected:
+    void SetUp() override { core().reset(); }
+    static ScriptedCore& core() { return ScriptedCore::instance(); }
+    static int32_t count(const char* name) {
+        return fact::FactHeartbeatMetric::GetInstance().getCount(name);
+    }
+    static void script(std::function<void(ScriptedCore::Codes&)> change) {
+        ScriptedCore::Codes codes;
+        change(codes);
+        core().setCodes(codes);
+    }
+};
+
+TEST_F(VemoCoreWrapperTest, EachFailedConstructionStepThrowsItsTextAndCountsItsMetric) {
+    struct Row {
+        int ScriptedCore::Codes::*code;
+        const char* metric;
+        const char* text;
+    };
+    const Row rows[] = {
+        {&ScriptedCore::Codes::registerLogging, "VemoHandleRegisterLoggingCallbackError",
+         "vemoRegisterLoggingCallback failed"},
+        {&ScriptedCore::Codes::create, "VemoHandleCreateError", "vemoHandleCreate failed"},
+        {&ScriptedCore::Codes::registerFlgr, "VemoHandleRegisterFlgrResultCallbackError",
+         "vemoHandleRegisterFlgrResultCallback failed"},
+        {&ScriptedCore::Codes::registerIntegral, "VemoHandleRegisterIntegralResultCallbackError",
+         "vemoHandleRegisterIntegralResultCallback failed"},
+    };
+    for (const Row& row : rows) {
+        core().reset();
+        script([&](ScriptedCore::Codes& c) { c.*row.code = 3; });
+        const int32_t before = count(row.metric);
+        try {
+            VemoCoreWrapper wrapper;
+            ADD_FAILURE() << row.text;
+        } catch (const std::runtime_error& e) {
+            EXPECT_STREQ(row.text, e.what());
+        }
+        EXPECT_EQ(before + 1, count(row.metric)) << row.metric;
+        EXPECT_TRUE(core().calls().destroyed.empty());
+    }
+}
+
+TEST_F(VemoCoreWrapperTest, CreatesWithTheDefaultWordsAndItsOwnAddressAndDestroysTheHandle) {
+    {
+        VemoCoreWrapper wrapper;
+        const auto calls = core().calls();
+        EXPECT_EQ(VEMO_LOG_VERBOSE, calls.logMaxLevel);
+        EXPECT_EQ(&wrapper, calls.userdata);
+        const VemoCoreConfig& c = calls.config;
+        EXPECT_EQ(
+            (std::vector<uint32_t>{0, 12, 1, 12, 1, 0}),
+            (std::vector<uint32_t>{static_cast<uint32_t>(c.preferredProtocol), c.pendingCapacity,
+                                   c.stage, c.mostNeighbours, c.fewestNeighbours, c.reserved}));
+    }
+    EXPECT_EQ(std::vector<VemoHandle>{core().handle()}, core().calls().destroyed);
+}
+
+TEST_F(VemoCoreWrapperTest, MaskMapsTheCoreCodes) {
+    VemoCoreWrapper wrapper;
+    const std::pair<int, VemoStatus> table[] = {{0, 0}, {1, 1}, {2, 6}, {3, 6},
+                                                {4, 6}, {5, 0}, {7, 6}, {-1, 6}};
+    for (const auto& [code, status] : table) {
+        script([&](ScriptedCore::Codes& c) { c.mask = code; });
+        EXPECT_EQ(status, wrapper.mask("{\"d\":1}")) << code;
+    }
+    EXPECT_EQ("{\"d\":1}", core().calls().masks.back());
+}
+
+TEST_F(VemoCoreWrapperTest, IntegralRequestCodes) {
+    VemoCoreWrapper wrapper;
+    hostlog::LogCapture log;
+    const int data[2] = {3, -4};
+    std::string out = "old";
+
+    script([](ScriptedCore::Codes& c) { c.integralInitiate = 5; });
+    const int32_t evicted = count("VemoOldRequestEvicted");
+    EXPECT_EQ(0, wrapper.integralInitiateNewRequest("n", data, 2, "s", out));
+    EXPECT_EQ("request-1", out);
+    EXPECT_EQ(evicted + 1, count("VemoOldRequestEvicted"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, kTag,
+                             "integralInitiateNewRequest:Old VEMO request evicted"));
+    EXPECT_EQ((std::vector<int32_t>{3, -4}), core().calls().integralData.back());
+
+    struct Row {
+        int initiate;
+        bool present;
+        int destroyString;
+        const char* text;
+        const char* out;
+    };
+    const Row rows[] = {
+        {2, true, 0, "vemoHandleIntegralInitiateNewRequest failed", "old"},
+        {0, false, 0, "vemoHandleIntegralInitiateNewRequest failed", "old"},
+        {0, true, 1, "vemoDestroyString failed", "kept"},
+    };
+    for (const Row& row : rows) {
+        script([&](ScriptedCore::Codes& c) {
+            c.integralInitiate = row.initiate;
+            c.destroyString = row.destroyString;
+        });
+        core().setInitiateOutput("kept", row.present);
+        out = "old";
+        const int32_t before = count("ParticipationRequestError");
+        try {
+            wrapper.integralInitiateNewRequest("n", data, 2, "s", out);
+            ADD_FAILURE() << row.text;
+        } catch (const std::runtime_error& e) {
+            EXPECT_STREQ(row.text, e.what());
+        }
+        EXPECT_EQ(before + 1, count("ParticipationRequestError"));
+        EXPECT_EQ(row.out, out);
+    }
+}
+
+TEST_F(VemoCoreWrapperTest, FlgrRequestThrowsOnAnyNonZeroCodeIncludingEviction) {
+    VemoCoreWrapper wrapper;
+    std::string out;
+    EXPECT_EQ(0, wrapper.flgrInitiateNewRequest("app", {1, 2, 3, 4}, 0.5f, "meta", out));
+    EXPECT_EQ("request-1", out);
+    const auto calls = core().calls();
+    EXPECT_EQ((std::vector<uint8_t>{1, 2, 3, 4}), calls.flgrBlobs.back());
+    EXPECT_EQ(0.5f, calls.flgrScales.back());
+    EXPECT_EQ("meta", calls.flgrMetadata.back());
+    for (int code : {5, 1}) {
+        script([&](ScriptedCore::Codes& c) { c.flgrInitiate = code; });
+        EXPECT_THROW(
+            {
+                try {
+                    wrapper.flgrInitiateNewRequest("app", {1, 2, 3, 4}, 0.5f, "meta", out);
+                } catch (const std::runtime_error& e) {
+                    EXPECT_STREQ("vemoHandleFlgrInitiateNewRequest failed", e.what());
+                    throw;
+                }
+            },
+            std::runtime_error);
+    }
+}
+
+TEST_F(VemoCoreWrapperTest, ResultsReachTheSetCallbackAndNullUserdataIsLogged) {
+    VemoCoreWrapper wrapper;
+    hostlog::LogCapture log;
+    // No callback set: dropped without a line.
+    EXPECT_TRUE(core().deliverIntegral({1}, "a", "b", "c"));
+    EXPECT_TRUE(core().deliverFlgr({1}));
+    EXPECT_TRUE(log.messages(kTag).empty());
+
+    std::vector<std::string> seen;
+    wrapper.setVemoIntegralResultCallback([&](VemoIntegralResult r) {
+        seen.push_back(std::to_string(r.maskedData[0]) + r.firstText + r.secondText + r.thirdText);
+    });
+    wrapper.setVemoFlgrResultCallback(
+        [&](VemoFlgrResult r) { seen.push_back("flgr" + std::to_string(r.length)); });
+    core().deliverIntegral({9}, "a", "b", "c");
+    core().deliverFlgr({1, 2});
+    EXPECT_EQ((std::vector<std::string>{"9abc", "flgr2"}), seen);
+
+    vemoIntegralResultCallback(VemoIntegralResult{}, nullptr);
+    vemoFlgrResultCallback(VemoFlgrResult{}, nullptr);
+    EXPECT_TRUE(
+        log.contains(ANDROID_LOG_ERROR, kTag,
+                     "vemoIntegralResultCallback:Could not cast userdata to VemoCoreWrapper"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
+                             "vemoFlgrResultCallback:Could not cast userdata to VemoCoreWrapper"));
+    EXPECT_EQ(2u, seen.size());
+}
+
+TEST_F(VemoCoreWrapperTest, CoreLogLevelsMapToPrioritiesAndUnknownLevelsAreErrors) {
+    VemoCoreWrapper wrapper;
+    hostlog::LogCapture log;
+    const std::pair<int, int> levels[] = {
+        {1, ANDROID_LOG_ERROR}, {2, ANDROID_LOG_WARN},    {3, ANDROID_LOG_INFO},
+        {4, ANDROID_LOG_DEBUG}, {5, ANDROID_LOG_VERBOSE},
+    };
+    for (const auto& [level, priority] : levels) {
+        ASSERT_TRUE(core().log(static_cast<VemoLogLevel>(level), "f:line"));
+        EXPECT_EQ(priority, log.entries().back().priority) << level;
+        EXPECT_EQ("f:line", log.entries().back().message);
+    }
+    for (int level : {0, 6}) {
+        core().log(static_cast<VemoLogLevel>(level), "f:line");
+        EXPECT_TRUE(
+            log.contains(ANDROID_LOG_ERROR, kTag, "unknown log level: " + std::to_string(level)));
+    }
+}
+
+}  // namespace
+}  // namespace vemo

@@ -1,0 +1,217 @@
+#include "ScriptedCore.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace vemo {
+namespace test {
+
+namespace {
+
+// A recognisable, never dereferenced handle value.
+int gHandleTag;
+
+}  // namespace
+
+static char* copyOut(const std::string& text) {
+    char* out = static_cast<char*>(std::malloc(text.size() + 1));
+    std::memcpy(out, text.c_str(), text.size() + 1);
+    return out;
+}
+
+ScriptedCore& ScriptedCore::instance() {
+    static ScriptedCore core;
+    return core;
+}
+
+void ScriptedCore::reset() {
+    std::lock_guard<std::mutex> guard(lock_);
+    codes_ = Codes{};
+    calls_ = Calls{};
+    output_.clear();
+    outputPresent_ = true;
+    outputs_ = 0;
+    flgr_ = nullptr;
+    integral_ = nullptr;
+}
+
+void ScriptedCore::setCodes(const Codes& codes) {
+    std::lock_guard<std::mutex> guard(lock_);
+    codes_ = codes;
+}
+
+void ScriptedCore::setInitiateOutput(const std::string& text, bool present) {
+    std::lock_guard<std::mutex> guard(lock_);
+    output_ = text;
+    outputPresent_ = present;
+}
+
+ScriptedCore::Calls ScriptedCore::calls() {
+    std::lock_guard<std::mutex> guard(lock_);
+    return calls_;
+}
+
+VemoHandle ScriptedCore::handle() const {
+    return reinterpret_cast<VemoHandle>(&gHandleTag);
+}
+
+bool ScriptedCore::deliverIntegral(const std::vector<int32_t>& data, const std::string& firstText,
+                                   const std::string& secondText, const std::string& thirdText) {
+    VemoIntegralResultCallback callback;
+    void* userdata;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        callback = integral_;
+        userdata = calls_.userdata;
+    }
+    if (callback == nullptr) {
+        return false;
+    }
+    callback(VemoIntegralResult{data.data(), static_cast<uint32_t>(data.size()), firstText.c_str(),
+                                secondText.c_str(), thirdText.c_str()},
+             userdata);
+    return true;
+}
+
+bool ScriptedCore::deliverFlgr(const std::vector<uint8_t>& blob) {
+    VemoFlgrResultCallback callback;
+    void* userdata;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        callback = flgr_;
+        userdata = calls_.userdata;
+    }
+    if (callback == nullptr) {
+        return false;
+    }
+    callback(VemoFlgrResult{blob.data(), static_cast<uint32_t>(blob.size()), "", "", ""}, userdata);
+    return true;
+}
+
+bool ScriptedCore::log(VemoLogLevel level, const char* text) {
+    VemoLogCallback callback;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        callback = calls_.logCallback;
+    }
+    if (callback == nullptr) {
+        return false;
+    }
+    callback(level, text);
+    return true;
+}
+
+}  // namespace test
+}  // namespace vemo
+
+using vemo::test::ScriptedCore;
+
+namespace {
+
+// The scripted output of an initiate call, or null.
+char* initiateOutput(ScriptedCore& core) {
+    if (!core.outputPresent_) {
+        return nullptr;
+    }
+    ++core.outputs_;
+    return vemo::test::copyOut(core.output_.empty() ? "request-" + std::to_string(core.outputs_)
+                                                    : core.output_);
+}
+
+}  // namespace
+
+extern "C" {
+
+int vemoRegisterLoggingCallback(VemoLogCallback callback, VemoLogLevel maxLevel) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.calls_.logCallback = callback;
+    core.calls_.logMaxLevel = maxLevel;
+    return core.codes_.registerLogging;
+}
+
+int vemoHandleCreate(const VemoCoreConfig* config, void* userdata, VemoHandle* handle) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.calls_.config = *config;
+    core.calls_.userdata = userdata;
+    ++core.calls_.creates;
+    if (core.codes_.create == 0) {
+        *handle = core.handle();
+    }
+    return core.codes_.create;
+}
+
+int vemoHandleRegisterFlgrResultCallback(VemoHandle, VemoFlgrResultCallback callback) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.flgr_ = callback;
+    return core.codes_.registerFlgr;
+}
+
+int vemoHandleRegisterIntegralResultCallback(VemoHandle, VemoIntegralResultCallback callback) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.integral_ = callback;
+    return core.codes_.registerIntegral;
+}
+
+int vemoHandleFlgrInitiateNewRequest(VemoHandle, const char* applicationId, const uint8_t* blob,
+                                     size_t blobLength, float scaleValue, const char* metadata,
+                                     char** out) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.calls_.flgrApplicationIds.push_back(applicationId);
+    core.calls_.flgrBlobs.emplace_back(blob, blob + blobLength);
+    core.calls_.flgrScales.push_back(scaleValue);
+    core.calls_.flgrMetadata.push_back(metadata);
+    *out = initiateOutput(core);
+    return core.codes_.flgrInitiate;
+}
+
+int vemoHandleFlgrInitiateNewRequestFilePath(VemoHandle, const char*, const char*, float,
+                                             const char*, char**) {
+    return 1;
+}
+
+int vemoHandleIntegralInitiateNewRequest(VemoHandle, const char* name, const int32_t* data,
+                                         unsigned int count, const char* secondName, char** out) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.calls_.integralNames.push_back(name);
+    core.calls_.integralData.emplace_back(data, data + count);
+    core.calls_.integralSecondNames.push_back(secondName);
+    *out = initiateOutput(core);
+    return core.codes_.integralInitiate;
+}
+
+int vemoHandleMask(VemoHandle, const char* directive) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.calls_.masks.push_back(directive);
+    return core.codes_.mask;
+}
+
+int vemoDestroyString(char* text) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    std::free(text);
+    ++core.calls_.destroyedStrings;
+    return core.codes_.destroyString;
+}
+
+int vemoHandleDestroy(VemoHandle handle) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    core.calls_.destroyed.push_back(handle);
+    return core.codes_.destroy;
+}
+
+int vemoLibPrintAttributes(void) {
+    ScriptedCore& core = ScriptedCore::instance();
+    std::lock_guard<std::mutex> guard(core.lock_);
+    ++core.calls_.printAttributes;
+    return 0;
+}
+
+}  // extern "C"
