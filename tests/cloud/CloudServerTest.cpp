@@ -22,19 +22,16 @@ using test::eventBody;
 const char* const kApp = "TestProducer_en-US_wakeword_quality";
 constexpr size_t kLength = 9;  // the campaign's vector, without the checksum
 
-int64_t nowMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 // A real cloud on loopback, in process, with a fresh database and test CA.
+// Its clock stands still until a test moves it, so cohort windows and
+// deadlines pass exactly when the test says, however slow the machine.
 class CloudServerTest : public ::testing::Test {
   protected:
     void start(ControllerConfig config) {
         config.tickMs = 50;
-        controller = std::make_unique<SessionController>(store, config, nowMs);
-        ingestion = std::make_unique<Ingestion>(store, *controller, catalog, nowMs);
+        auto clock = [this] { return now.load(); };
+        controller = std::make_unique<SessionController>(store, config, clock);
+        ingestion = std::make_unique<Ingestion>(store, *controller, catalog, clock);
         ServerConfig serverConfig;
         serverConfig.port = 0;
         serverConfig.certFile = pki.serverCert();
@@ -101,6 +98,7 @@ class CloudServerTest : public ::testing::Test {
         return out;
     }
 
+    std::atomic<int64_t> now{1000000};
     test::TempDeviceRoot dir;
     test::TestPki pki{dir.root()};
     CloudStore store{dir.root() + "/cloud.db"};
@@ -121,7 +119,7 @@ std::vector<int32_t> inputOf(size_t device) {
 }
 
 TEST_F(CloudServerTest, CohortSumsEqualTheSumOfInputs) {
-    start({5, 7, 300, 20000, 4});
+    start({5, 7, 1000, 20000, 4});
     auto fleet = devices(20);
     std::vector<int64_t> expected(kLength, 0);
     for (size_t i = 0; i < fleet.size(); ++i) {
@@ -130,6 +128,9 @@ TEST_F(CloudServerTest, CohortSumsEqualTheSumOfInputs) {
             expected[j] += inputOf(i)[j];
         }
     }
+    // Two sessions of 7 are formed at once, the other 6 after the window.
+    ASSERT_TRUE(waitFor([](const HealthCounts& h) { return h.sessionsOpen == 2; }));
+    now += 1000;
     for (auto& device : fleet) {
         ASSERT_TRUE(device.receiveDirective(*cloud));
         ASSERT_EQ(device.upload(*cloud), 200);
@@ -140,7 +141,7 @@ TEST_F(CloudServerTest, CohortSumsEqualTheSumOfInputs) {
 }
 
 TEST_F(CloudServerTest, IncompleteOrTamperedSessionsPublishNothing) {
-    start({5, 5, 0, 1500, 4});
+    start({5, 5, 0, 60000, 4});
     auto silent = devices(5, "silent");
     auto tampering = devices(5, "tamper", "TestProducer_de-DE_wakeword_quality");
     for (size_t i = 0; i < 5; ++i) {
@@ -155,6 +156,8 @@ TEST_F(CloudServerTest, IncompleteOrTamperedSessionsPublishNothing) {
         }
         ASSERT_EQ(tampering[i].upload(*cloud, i == 2 ? 1 : 0), 200);
     }
+    EXPECT_EQ(store.health().sessionsFailed, 1);  // the checksum, at once
+    now += 60000;
     ASSERT_TRUE(waitFor([](const HealthCounts& h) { return h.sessionsFailed == 2; }));
     EXPECT_EQ(store.session(tampering[0].cohortId())->reason, SessionController::kChecksumReason);
     EXPECT_NE(store.session(silent[1].cohortId())->reason.find("deadline"), std::string::npos);
@@ -238,7 +241,7 @@ TEST_F(CloudServerTest, ConcurrentFleetIsCountedOnce) {
     if (!test::ChildProcess::emulator().empty()) {
         GTEST_SKIP() << "200 TLS clients are too slow under an emulator";
     }
-    start({5, 50, 1000, 60000, 6});
+    start({5, 50, 1000, 60000, 6});  // sessions of exactly 50
     auto fleet = devices(200);
     std::atomic<int> acknowledged{0};
     std::vector<std::thread> threads;
