@@ -147,23 +147,30 @@ int CloudTestDevice::requestParticipation(CloudClient& cloud, const std::vector<
 }
 
 bool CloudTestDevice::receiveDirective(CloudClient& cloud) {
-    auto result = cloud.get("/v20160207/directives?after=0", token_);
-    for (int retry = 0; retry < 100 && result && result->status == 503; ++retry) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        result = cloud.get("/v20160207/directives?after=0", token_);
+    // As a device does: ask again after an empty answer, back off after 503.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < until) {
+        const auto result = cloud.get("/v20160207/directives?after=0", token_);
+        if (result && result->status == 503) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            continue;
+        }
+        if (!result || result->status != 200) {
+            return false;
+        }
+        rapidjson::Document list;
+        list.Parse(result->body.c_str());
+        if (list.HasParseError()) {
+            return false;
+        }
+        if (!list["directives"].Empty()) {
+            rapidjson::Document payload;
+            payload.Parse(list["directives"][0]["payload"].GetString());
+            directive_ = compact(payload["payload"]);
+            return true;
+        }
     }
-    if (!result || result->status != 200) {
-        return false;
-    }
-    rapidjson::Document list;
-    list.Parse(result->body.c_str());
-    if (list.HasParseError() || list["directives"].Empty()) {
-        return false;
-    }
-    rapidjson::Document payload;
-    payload.Parse(list["directives"][0]["payload"].GetString());
-    directive_ = compact(payload["payload"]);
-    return true;
+    return false;
 }
 
 std::string CloudTestDevice::uploadDocument(int32_t tamper) {

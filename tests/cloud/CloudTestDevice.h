@@ -37,8 +37,8 @@ class CloudTestDevice {
     // Posts a participation request for `values` (the checksum is appended);
     // the HTTP status.
     int requestParticipation(CloudClient& cloud, const std::vector<int32_t>& values);
-    // Waits for the mask directive (long poll, asking again after a 503);
-    // false when none came.
+    // Waits up to a minute for the mask directive (long polls, asked again
+    // after an empty answer or a 503); false when none came.
     bool receiveDirective(CloudClient& cloud);
     // The upload document of the masked vector, `tamper` added to element 0
     // after masking.
