@@ -86,24 +86,42 @@ CampaignLayout CampaignCatalog::layoutOf(const fact::CampaignSchema& schema) {
     return layout;
 }
 
+CampaignCatalog::Loaded CampaignCatalog::load(const std::string& path) const {
+    struct stat info {};
+    Loaded loaded;
+    if (stat(path.c_str(), &info) == 0) {
+        loaded.modifiedNs = int64_t{info.st_mtim.tv_sec} * 1000000000 + info.st_mtim.tv_nsec;
+        loaded.size = static_cast<int64_t>(info.st_size);
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        const auto cached = cache_.find(path);
+        if (cached != cache_.end() && cached->second.modifiedNs == loaded.modifiedNs &&
+            cached->second.size == loaded.size) {
+            return cached->second;
+        }
+    }
+    try {
+        for (const auto& entry : fact::CampaignSchemaProvider().LoadConfig(path)) {
+            loaded.campaigns.emplace_back(
+                entry.first, std::make_shared<const CampaignLayout>(layoutOf(entry.second)));
+        }
+    } catch (const std::exception& e) {
+        logger.w("%s:skipping %s: %s", "load", path.c_str(), e.what());
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    cache_[path] = loaded;
+    return loaded;
+}
+
 std::optional<CampaignLayout> CampaignCatalog::find(const std::string& campaignId) const {
     if (directory_.empty()) {
         return std::nullopt;
     }
-    const fact::CampaignSchemaProvider provider;
     for (const auto& path : jsonFiles(directory_)) {
-        try {
-            auto loaded = provider.LoadConfig(path);
-            const auto found = loaded.find(campaignId);
-            if (found != loaded.end()) {
-                return layoutOf(found->second);
-            }
-        } catch (const std::exception& e) {
-            struct stat info {};
-            stat(path.c_str(), &info);
-            std::lock_guard<std::mutex> lock(mutex_);
-            if (warned_.emplace(path, static_cast<int64_t>(info.st_mtime)).second) {
-                logger.w("%s:skipping %s: %s", "find", path.c_str(), e.what());
+        for (const auto& campaign : load(path).campaigns) {
+            if (campaign.first == campaignId) {
+                return *campaign.second;
             }
         }
     }

@@ -12,13 +12,15 @@
 // shares element 0 with the events that fall in no bin. Element 1 is only
 // ever filled by randomised reports.
 //
-// The directory is read again on each lookup, so that a document added
-// while the cloud runs is found. Any thread.
+// The directory is listed again on each lookup, so that a document added or
+// changed while the cloud runs is found; a file is loaded again only when its
+// modification time or size changed. Any thread.
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -58,10 +60,18 @@ class CampaignCatalog {
     static CampaignLayout layoutOf(const fact::CampaignSchema& schema);
 
   private:
+    struct Loaded {
+        int64_t modifiedNs = 0;
+        int64_t size = -1;
+        // Empty when the file does not load (reported once).
+        std::vector<std::pair<std::string, std::shared_ptr<const CampaignLayout>>> campaigns;
+    };
+    // The file's campaigns, from the cache while it is unchanged.
+    Loaded load(const std::string& path) const;
+
     std::string directory_;
-    mutable std::mutex mutex_;  // guards warned_
-    // Files already reported as not loading, with the time they changed.
-    mutable std::set<std::pair<std::string, int64_t>> warned_;
+    mutable std::mutex mutex_;  // guards cache_
+    mutable std::map<std::string, Loaded> cache_;
 };
 
 }  // namespace cloud

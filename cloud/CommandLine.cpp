@@ -263,9 +263,12 @@ int CommandLine::serve(const CloudOptions& options) {
     // Finishes sessions a previous run left full, and fails expired ones.
     controller.tick();
     controller.start();
-    std::thread signalWaiter([&server, &stopSignals] {
+    std::thread signalWaiter([&server, &controller, &stopSignals] {
         int sig = 0;
         sigwait(&stopSignals, &sig);
+        // The controller first: it releases the directive polls, which the
+        // server's worker threads would otherwise finish before stopping.
+        controller.stop();
         server.stop();
     });
     std::fprintf(stderr, "vemo_cloud: listening on https://%s:%d\n", options.listenHost.c_str(),

@@ -13,16 +13,6 @@ namespace {
 
 const std::string kCampaigns = CLOUD_TEST_DATA_DIR "/campaigns";
 
-TEST(CampaignCatalogTest, FindsByIdAndSkipsDocumentsThatDoNotLoad) {
-    const CampaignCatalog catalog(kCampaigns);
-    EXPECT_FALSE(catalog.find("no_such_campaign"));
-    const auto layout = catalog.find("wakeword_quality");
-    ASSERT_TRUE(layout);
-    ASSERT_EQ(layout->items.size(), 2u);
-    EXPECT_EQ(layout->items[1].offset, 4u);
-    EXPECT_EQ(layout->vectorLength, 9u);
-}
-
 // The label at the position where the device's own producer puts an event
 // must name that event's bins, attribute by attribute in name order.
 TEST(CampaignCatalogTest, LabelsMatchTheDevicesPositions) {

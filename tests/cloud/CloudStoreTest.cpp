@@ -42,32 +42,6 @@ class CloudStoreTest : public ::testing::Test {
     CloudStore store{dir.root() + "/cloud.db"};
 };
 
-TEST_F(CloudStoreTest, UploadOutcomes) {
-    formSession();
-    struct Step {
-        const char* session;
-        const char* device;
-        const char* bytes;
-        UploadOutcome outcome;
-        bool full;
-    };
-    const Step steps[] = {
-        {"s", "a", "AAAAAAAA", UploadOutcome::kStored, false},
-        {"s", "a", "AAAAAAAA", UploadOutcome::kRepeat, false},
-        {"s", "a", "BBBBBBBB", UploadOutcome::kConflict, false},
-        {"s", "z", "AAAAAAAA", UploadOutcome::kNotMember, false},
-        {"x", "a", "AAAAAAAA", UploadOutcome::kNotMember, false},
-        {"s", "b", "CCCCCCCC", UploadOutcome::kStored, true},
-    };
-    for (const Step& step : steps) {
-        SCOPED_TRACE(std::string(step.device) + " " + step.bytes);
-        const UploadResult r = store.storeUpload(step.session, step.device, step.bytes);
-        EXPECT_EQ(r.outcome, step.outcome);
-        EXPECT_EQ(r.full, step.full);
-    }
-    EXPECT_EQ(store.health().uploads, 2);
-}
-
 TEST_F(CloudStoreTest, FailedSessionRefusesLateUploadsAndPublishesNothing) {
     formSession();
     ASSERT_EQ(store.storeUpload("s", "a", "AAAAAAAA").outcome, UploadOutcome::kStored);

@@ -1,19 +1,19 @@
 #include "CloudTestDevice.h"
 
-#include <openssl/rand.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
 
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 #include <secagg/Checksum.h>
-#include <secagg/MaskDirective.h>
-#include <secagg/Masker.h>
-#include <secagg/ParticipationRequest.h>
-#include <secagg/Transcript.h>
+#include <vemocore/vemo_core.h>
 
 #include "fact/upload/CampaignMetadata.h"
 #include "fact/upload/VectorEncoding.h"
@@ -89,21 +89,57 @@ std::string eventBody(const std::string& eventNamespace, const std::string& name
     return buffer.GetString();
 }
 
+// The core handle and the masked result it delivers on its own thread.
+struct CloudTestDevice::Core {
+    Core() {
+        const VemoCoreConfig config{VEMO_PROTOCOL_AES128CTR, 12, 1, 64, 1, 0};
+        if (vemoHandleCreate(&config, this, &handle) != 0 ||
+            vemoHandleRegisterIntegralResultCallback(handle, &Core::onResult) != 0) {
+            throw std::runtime_error("cannot create a core handle");
+        }
+    }
+    ~Core() { vemoHandleDestroy(handle); }
+
+    static void onResult(VemoIntegralResult result, void* userdata) {
+        auto* core = static_cast<Core*>(userdata);
+        std::lock_guard<std::mutex> lock(core->mutex);
+        core->masked.assign(result.maskedData, result.maskedData + result.count);
+        core->metadata = result.firstText;
+        core->cohortId = result.thirdText;
+        core->delivered.notify_all();
+    }
+
+    VemoHandle handle = nullptr;
+    std::mutex mutex;  // guards the result below
+    std::condition_variable delivered;
+    std::vector<int32_t> masked;
+    std::string metadata;
+    std::string cohortId;
+};
+
 CloudTestDevice::CloudTestDevice(std::string token, std::string applicationId)
-    : token_(std::move(token)), applicationId_(std::move(applicationId)) {}
+    : token_(std::move(token)),
+      applicationId_(std::move(applicationId)),
+      core_(std::make_unique<Core>()) {}
+
+CloudTestDevice::~CloudTestDevice() = default;
+CloudTestDevice::CloudTestDevice(CloudTestDevice&&) noexcept = default;
+
+const std::string& CloudTestDevice::cohortId() const {
+    return core_->cohortId;
+}
 
 int CloudTestDevice::requestParticipation(CloudClient& cloud, const std::vector<int32_t>& values) {
-    vector_ = values;
-    vector_.push_back(secagg::checksumOf(values.data(), values.size()));
-    key_ = secagg::KeyPair::generate();
-    secagg::ParticipationRequest request;
-    RAND_bytes(request.requestId.data(), static_cast<int>(request.requestId.size()));
-    request.name = applicationId_;
-    request.secondName = kMetadata;
-    request.length = static_cast<uint32_t>(vector_.size());
-    request.publicKey = key_->publicKey();
-    std::string text;
-    secagg::writeParticipationRequest(request, text);
+    std::vector<int32_t> vector = values;
+    vector.push_back(secagg::checksumOf(values.data(), values.size()));
+    char* out = nullptr;
+    if (vemoHandleIntegralInitiateNewRequest(core_->handle, applicationId_.c_str(), vector.data(),
+                                             static_cast<unsigned>(vector.size()), kMetadata,
+                                             &out) != 0) {
+        throw std::runtime_error("the core refused the request");
+    }
+    const std::string text = out;
+    vemoDestroyString(out);
     const auto result = cloud.post("/v20160207/events", token_,
                                    eventBody("RA.Tolmo.SecureAggregationSessionController",
                                              "ParticipationRequest", newMessageId(), text));
@@ -111,41 +147,56 @@ int CloudTestDevice::requestParticipation(CloudClient& cloud, const std::vector<
 }
 
 bool CloudTestDevice::receiveDirective(CloudClient& cloud) {
-    const auto result = cloud.get("/v20160207/directives?after=0", token_);
-    if (!result || result->status != 200) {
-        return false;
+    // As a device does: ask again after an empty answer, back off after 503.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < until) {
+        const auto result = cloud.get("/v20160207/directives?after=0", token_);
+        if (result && result->status == 503) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            continue;
+        }
+        if (!result || result->status != 200) {
+            return false;
+        }
+        rapidjson::Document list;
+        list.Parse(result->body.c_str());
+        if (list.HasParseError()) {
+            return false;
+        }
+        if (!list["directives"].Empty()) {
+            rapidjson::Document payload;
+            payload.Parse(list["directives"][0]["payload"].GetString());
+            directive_ = compact(payload["payload"]);
+            return true;
+        }
     }
-    rapidjson::Document list;
-    list.Parse(result->body.c_str());
-    if (list.HasParseError() || list["directives"].Empty()) {
-        return false;
+    return false;
+}
+
+std::string CloudTestDevice::uploadDocument(int32_t tamper) {
+    std::unique_lock<std::mutex> lock(core_->mutex);
+    // A directive masks once; later documents reuse the first result.
+    if (core_->masked.empty()) {
+        lock.unlock();
+        if (vemoHandleMask(core_->handle, directive_.c_str()) != 0) {
+            throw std::runtime_error("the core refused the directive: " + directive_);
+        }
+        lock.lock();
+        if (!core_->delivered.wait_for(lock, std::chrono::seconds(10),
+                                       [this] { return !core_->masked.empty(); })) {
+            throw std::runtime_error("no masked result");
+        }
     }
-    rapidjson::Document payload;
-    payload.Parse(list["directives"][0]["payload"].GetString());
-    directive_ = compact(payload["payload"]);
-    return true;
+    std::vector<int32_t> words = core_->masked;
+    words[0] =
+        static_cast<int32_t>(static_cast<uint32_t>(words[0]) + static_cast<uint32_t>(tamper));
+    return fact::createJsonPayload(fact::encodeVector(words, false),
+                                   fact::parseCampaignMetadata(core_->metadata), applicationId_,
+                                   core_->cohortId);
 }
 
 int CloudTestDevice::upload(CloudClient& cloud, int32_t tamper) {
-    secagg::MaskDirective directive;
-    std::string error;
-    bool requestIdRead = false;
-    if (secagg::parseMaskDirective(directive_, directive, error, requestIdRead, 1000) !=
-        secagg::DirectiveParse::Ok) {
-        throw std::runtime_error("mask directive: " + error);
-    }
-    std::vector<uint32_t> words(vector_.begin(), vector_.end());
-    const secagg::Masker masker;
-    if (masker.mask(*key_, directive.neighbours, secagg::transcriptHash(directive), words.data(),
-                    words.size()) != secagg::MaskResult::Ok) {
-        throw std::runtime_error("masking failed");
-    }
-    words[0] += static_cast<uint32_t>(tamper);
-    cohortId_ = directive.cohortId;
-    lastUpload_ = fact::createJsonPayload(
-        fact::encodeVector(std::vector<int32_t>(words.begin(), words.end()), false),
-        fact::parseCampaignMetadata(kMetadata), applicationId_, cohortId_);
-    const auto result = cloud.post("/maskedFAVs", token_, lastUpload_);
+    const auto result = cloud.post("/maskedFAVs", token_, uploadDocument(tamper));
     return result ? result->status : -1;
 }
 

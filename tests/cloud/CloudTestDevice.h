@@ -1,19 +1,17 @@
 #pragma once
-// A device for the cloud's tests, in process: it speaks the device's side of
-// the protocol with the protocol library (fresh X25519 key per request, the
-// mask directive's neighbours, AES-CTR masks) and the upload client's own
-// document writer, over real HTTPS to a cloud on loopback.
+// A device for the cloud's tests, in process: its own handle of the core
+// stand-in makes the participation request and masks on the directive, and
+// the upload client's own document writer makes the upload, sent over real
+// HTTPS to a cloud on loopback.
 //
-// One thread at a time per device; devices are independent.
+// One thread at a time per device; devices are independent. Movable.
 
 #include <httplib.h>
 
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
-
-#include <secagg/KeyPair.h>
 
 namespace vemo {
 namespace test {
@@ -33,29 +31,31 @@ class CloudTestDevice {
     static const char* const kMetadata;
 
     CloudTestDevice(std::string token, std::string applicationId);
+    ~CloudTestDevice();
+    CloudTestDevice(CloudTestDevice&&) noexcept;
 
     // Posts a participation request for `values` (the checksum is appended);
     // the HTTP status.
     int requestParticipation(CloudClient& cloud, const std::vector<int32_t>& values);
-    // Waits for the mask directive (long poll); false when none came.
+    // Waits up to a minute for the mask directive (long polls, asked again
+    // after an empty answer or a 503); false when none came.
     bool receiveDirective(CloudClient& cloud);
-    // Masks (with `tamper` added to element 0 afterwards) and uploads; the
-    // HTTP status.
+    // The upload document of the masked vector, `tamper` added to element 0
+    // after masking.
+    std::string uploadDocument(int32_t tamper = 0);
+    // Posts uploadDocument(tamper); the HTTP status.
     int upload(CloudClient& cloud, int32_t tamper = 0);
 
-    const std::string& cohortId() const { return cohortId_; }
+    const std::string& cohortId() const;
     const std::string& token() const { return token_; }
-    // The upload document of the last upload call.
-    const std::string& lastUpload() const { return lastUpload_; }
 
   private:
+    struct Core;
+
     std::string token_;
     std::string applicationId_;
-    std::vector<int32_t> vector_;
-    std::optional<secagg::KeyPair> key_;
     std::string directive_;
-    std::string cohortId_;
-    std::string lastUpload_;
+    std::unique_ptr<Core> core_;
 };
 
 // A unique message id.

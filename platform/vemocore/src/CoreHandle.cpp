@@ -177,11 +177,10 @@ int CoreHandle::mask(const char* text) {
     result.name = request->name;
     result.secondName = request->secondName;
     result.cohortId = directive.cohortId;
-    const uint32_t* words = request->words.data();
     if (request->kind == secagg::Kind::Integral) {
-        result.words.resize(request->words.size());
-        std::memcpy(result.words.data(), words, request->words.size() * sizeof(uint32_t));
+        result.words = request->words.release();
     } else {
+        const uint32_t* words = request->words.data();
         result.blob.resize(request->words.size() * 4);
         for (size_t i = 0; i < request->words.size(); ++i) {
             for (size_t b = 0; b < 4; ++b) {
@@ -204,7 +203,9 @@ void CoreHandle::deliver(const MaskedResult& result) {
         integral = integralCallback_;
     }
     if (result.kind == secagg::Kind::Integral && integral != nullptr) {
-        integral(VemoIntegralResult{result.words.data(), static_cast<uint32_t>(result.words.size()),
+        // int32_t may alias the words' uint32_t.
+        integral(VemoIntegralResult{reinterpret_cast<const int32_t*>(result.words.data()),
+                                    static_cast<uint32_t>(result.words.size()),
                                     result.secondName.c_str(), result.name.c_str(),
                                     result.cohortId.c_str()},
                  userdata_);
