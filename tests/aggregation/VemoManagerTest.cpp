@@ -114,6 +114,7 @@ TEST_F(VemoManagerTest, AVectorBecomesAParticipationRequestEvent) {
     ScriptedCore::Codes refusing;
     refusing.integralInitiate = 1;
     ScriptedCore::instance().setCodes(refusing);
+    ScriptedCore::instance().setInitiateOutput("", false);
     EXPECT_THROW(manager.handleFactVectorCallback("app", data, 3, "meta"), std::runtime_error);
     EXPECT_EQ(comm.events.size(), 1u);
 }
@@ -226,9 +227,10 @@ TEST_F(VemoManagerTest, TheConnectorAnswers3WithoutCompletingARejectedRequest) {
     ScriptedCore::Codes refusing;
     refusing.flgrInitiate = 1;
     ScriptedCore::instance().setCodes(refusing);
+    ScriptedCore::instance().setInitiateOutput("", false);
     EXPECT_EQ(connector.flgrRequest("client", request, done), 3);  // the core throws
     EXPECT_EQ(completions, 0);
-    ScriptedCore::instance().setCodes({});
+    ScriptedCore::instance().reset();
     EXPECT_EQ(connector.flgrRequest("client", request, done), 0);
     EXPECT_EQ(completions, 1);
 }
