@@ -12,7 +12,9 @@
 #include "common/VemoLogger.h"
 #include "fact/FactHeartbeatMetric.h"
 #include "fact/tdp/TdpManager.h"
+#include "fact/upload/DataIngestionClientWrapper.h"
 #include "ipc/ServiceHost.h"
+#include "tolmocomm/TolmoComm.h"
 
 namespace vemo {
 namespace {
@@ -25,7 +27,16 @@ std::unique_ptr<VemoDaemon> VemoDaemon::make_unique() {
 
 VemoDaemon::VemoDaemon() : factManager_(std::make_shared<FactManager>()) {}
 
-VemoDaemon::~VemoDaemon() = default;
+VemoDaemon::~VemoDaemon() {
+    // The heartbeat, the manager and the upload client are function-local
+    // statics destroyed in an order of their own; the threads that call into
+    // them end here, first.
+    if (managerCreated_) {
+        tolmocomm::TolmoComm::getImpl().shutdown();
+        fact::DataIngestionClientWrapper::getInstance().waitForUploads(
+            fact::DataIngestionClientWrapper::kExitDrain);
+    }
+}
 
 VemoStatus VemoDaemon::setup() {
     logger.i("%s:Configuring vemod", "setup");
@@ -49,6 +60,7 @@ VemoStatus VemoDaemon::setup() {
     // core's attributes are printed.
     try {
         VemoManager::getInstance();
+        managerCreated_ = true;
     } catch (const std::exception& e) {
         logger.e("%s:Could not create the aggregation manager: %s", "setup", e.what());
         return kVemoStatusSetupFailure;

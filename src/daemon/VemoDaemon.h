@@ -24,6 +24,9 @@ class VemoDaemon {
     static std::unique_ptr<VemoDaemon> make_unique();
 
     VemoDaemon();
+    // Once set-up has made the aggregation manager: stops the cloud library
+    // and waits (bounded) for uploads in flight, so that no thread of theirs
+    // still runs while the process's singletons are destroyed.
     ~VemoDaemon();
     VemoDaemon(const VemoDaemon&) = delete;
     VemoDaemon& operator=(const VemoDaemon&) = delete;
@@ -54,6 +57,7 @@ class VemoDaemon {
     bool stopRequested_ = false;  // guarded by mutex_
     // Shared with the IPC connector.
     std::shared_ptr<FactManager> factManager_;
+    bool managerCreated_ = false;  // main thread only
 };
 
 }  // namespace vemo

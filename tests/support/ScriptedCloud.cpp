@@ -135,8 +135,7 @@ void ScriptedCloud::record(const httplib::Request& request) {
         query += (query.empty() ? "" : "&") + param.first + "=" + param.second;
     }
     requests_.push_back({request.method, request.path, query, request.body,
-                         request.get_header_value("x-qzt-access-token"),
-                         request.get_header_value("Content-Type")});
+                         request.get_header_value("x-qzt-access-token")});
     changed_.notify_all();
 }
 

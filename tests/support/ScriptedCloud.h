@@ -29,7 +29,6 @@ struct CloudRequest {
     std::string query;  // "after=N" for polls
     std::string body;
     std::string token;  // the x-qzt-access-token header
-    std::string contentType;
 };
 
 class ScriptedCloud {

@@ -35,6 +35,20 @@ struct CurlGlobal {
     ~CurlGlobal() { curl_global_cleanup(); }
 };
 
+// A request to `url` with the token, the CA file and the bounds set.
+CloudTransfer::Request newRequest(const TolmoComm::Options& options, const std::string& url,
+                                  const std::string& token,
+                                  std::chrono::milliseconds totalTimeout) {
+    CloudTransfer::Request request;
+    request.url = url;
+    request.headers = {std::string(TolmoComm::kTokenHeader) + ": " + token};
+    request.caFile = property(TolmoComm::kCaFileProperty);
+    request.connectTimeout = options.connectTimeout;
+    request.totalTimeout = totalTimeout;
+    request.maxAnswerBytes = options.maxAnswerBytes;
+    return request;
+}
+
 }  // namespace
 
 constexpr const char TolmoComm::kUrlProperty[];
@@ -148,16 +162,11 @@ int TolmoComm::deliver(const Pending& pending) {
         std::string token;
         std::string failure = "no access token";
         if (accessToken(token)) {
-            CloudTransfer::Request request;
+            CloudTransfer::Request request =
+                newRequest(options_, url + event.getEventPath(), token, options_.eventTimeout);
             request.post = true;
-            request.url = url + event.getEventPath();
-            request.headers = {"Content-Type: application/json",
-                               std::string(kTokenHeader) + ": " + token};
+            request.headers.push_back("Content-Type: application/json");
             request.body = document;
-            request.caFile = property(kCaFileProperty);
-            request.connectTimeout = options_.connectTimeout;
-            request.totalTimeout = options_.eventTimeout;
-            request.maxAnswerBytes = options_.maxAnswerBytes;
             const CloudTransfer::Answer answer = eventTransfer_->perform(request);
             if (answer.interrupted) {
                 return -1;
@@ -232,13 +241,9 @@ bool TolmoComm::pollOnce(uint64_t& after) {
         TLOG(ANDROID_LOG_WARN, "%s:No access token, directives not polled", "pollOnce");
         return false;
     }
-    CloudTransfer::Request request;
-    request.url = url + kDirectivesPath + "?after=" + std::to_string(after);
-    request.headers = {std::string(kTokenHeader) + ": " + token};
-    request.caFile = property(kCaFileProperty);
-    request.connectTimeout = options_.connectTimeout;
-    request.totalTimeout = options_.pollTimeout;
-    request.maxAnswerBytes = options_.maxAnswerBytes;
+    const CloudTransfer::Request request =
+        newRequest(options_, url + kDirectivesPath + "?after=" + std::to_string(after), token,
+                   options_.pollTimeout);
     const CloudTransfer::Answer answer = pollTransfer_->perform(request);
     if (answer.interrupted) {
         return true;
