@@ -181,6 +181,13 @@ void TraceGenerator::checkCampaign() const {
     // time offset would depend on how fast the events arrive.
     const std::set<std::string> known = {kCardAttribute, kActivityAttribute, "device_type",
                                          "locale"};
+    // The truth and the verdict follow one application id per fleet.
+    for (const std::string& filter : schema.cohortFilters) {
+        if (filter != "device_type" && filter != "locale") {
+            throw std::runtime_error("the campaign's cohort filter " + filter +
+                                     " would split a fleet over several applications");
+        }
+    }
     for (const auto& item : schema.vectorProducerConfigs) {
         for (const auto& attribute : item.attributes) {
             if (known.count(attribute.first) == 0) {

@@ -49,7 +49,8 @@ class TraceGenerator {
     // Loads the campaign through the analytics library's loader and the
     // usage model ({"weights": {card: {activity: weight}}}). Throws
     // std::runtime_error naming what does not fit: an unreadable file, a
-    // binned attribute whose value a trace cannot control, a card or
+    // binned attribute whose value a trace cannot control, a cohort filter
+    // other than the device's type or locale, a card or
     // activity that is not a bin, an activity without its passthrough
     // signal, a missing emit criterion, an upload criterion other than one
     // time wait.

@@ -115,6 +115,8 @@ TEST(DemoTraceTest, CampaignsAndModelsATraceCannotServeAreRefused) {
         {replaced(campaign, "DIALOG_TURN_CHANGED", "DIALOG_CHANGED"), usage,
          "the campaign's producer does not emit on DIALOG_TURN_CHANGED"},
         {campaign, replaced(usage, "\"news\":", "\"sport\":"), "card sport is in no bin"},
+        {replaced(campaign, "[\"locale\"]", "[\"homecard_uuid\"]"), usage,
+         "the campaign's cohort filter homecard_uuid would split a fleet"},
         {replaced(campaign, "\"time_seconds\"", "\"size_kb\""), usage,
          "the campaign's upload criterion must be one time_seconds wait"},
     };
