@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <hostlog/LogCapture.h>
 
+#include <functional>
 #include <stdexcept>
 
 #include "ScriptedCore.h"
@@ -17,6 +18,16 @@ namespace {
 using test::ScriptedCore;
 
 const char kTag[] = "Vemo:VemoCoreWrapper";
+
+// The text of the runtime_error `call` throws; empty when it returns.
+std::string thrown(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+    return "";
+}
 
 class VemoCoreWrapperTest : public ::testing::Test {
   protected:
@@ -51,12 +62,7 @@ TEST_F(VemoCoreWrapperTest, EachFailedConstructionStepThrowsItsTextAndCountsItsM
         core().reset();
         script([&](ScriptedCore::Codes& c) { c.*row.code = 3; });
         const int32_t before = count(row.metric);
-        try {
-            VemoCoreWrapper wrapper;
-            ADD_FAILURE() << row.text;
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(row.text, e.what());
-        }
+        EXPECT_EQ(row.text, thrown([] { VemoCoreWrapper wrapper; }));
         EXPECT_EQ(before + 1, count(row.metric)) << row.metric;
         EXPECT_TRUE(core().calls().destroyed.empty());
     }
@@ -123,12 +129,8 @@ TEST_F(VemoCoreWrapperTest, IntegralRequestCodes) {
         core().setInitiateOutput("kept", row.present);
         out = "old";
         const int32_t before = count("ParticipationRequestError");
-        try {
-            wrapper.integralInitiateNewRequest("n", data, 2, "s", out);
-            ADD_FAILURE() << row.text;
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(row.text, e.what());
-        }
+        EXPECT_EQ(row.text,
+                  thrown([&] { wrapper.integralInitiateNewRequest("n", data, 2, "s", out); }));
         EXPECT_EQ(before + 1, count("ParticipationRequestError"));
         EXPECT_EQ(row.out, out);
     }
@@ -145,16 +147,8 @@ TEST_F(VemoCoreWrapperTest, FlgrRequestThrowsOnAnyNonZeroCodeIncludingEviction) 
     EXPECT_EQ("meta", calls.flgrMetadata.back());
     for (int code : {5, 1}) {
         script([&](ScriptedCore::Codes& c) { c.flgrInitiate = code; });
-        EXPECT_THROW(
-            {
-                try {
-                    wrapper.flgrInitiateNewRequest("app", {1, 2, 3, 4}, 0.5f, "meta", out);
-                } catch (const std::runtime_error& e) {
-                    EXPECT_STREQ("vemoHandleFlgrInitiateNewRequest failed", e.what());
-                    throw;
-                }
-            },
-            std::runtime_error);
+        EXPECT_EQ("vemoHandleFlgrInitiateNewRequest failed",
+                  thrown([&] { wrapper.flgrInitiateNewRequest("app", {1}, 0.5f, "meta", out); }));
     }
 }
 
@@ -178,11 +172,10 @@ TEST_F(VemoCoreWrapperTest, ResultsReachTheSetCallbackAndNullUserdataIsLogged) {
 
     vemoIntegralResultCallback(VemoIntegralResult{}, nullptr);
     vemoFlgrResultCallback(VemoFlgrResult{}, nullptr);
-    EXPECT_TRUE(
-        log.contains(ANDROID_LOG_ERROR, kTag,
-                     "vemoIntegralResultCallback:Could not cast userdata to VemoCoreWrapper"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "vemoFlgrResultCallback:Could not cast userdata to VemoCoreWrapper"));
+    for (const char* tag : {"vemoIntegralResultCallback", "vemoFlgrResultCallback"}) {
+        EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
+                                 std::string(tag) + ":Could not cast userdata to VemoCoreWrapper"));
+    }
     EXPECT_EQ(2u, seen.size());
 }
 

@@ -43,17 +43,12 @@ TEST(NeighbourGraphTest, SymmetricConnectedAndOfTheRightDegree) {
         }
         EXPECT_EQ(c.members, static_cast<size_t>(std::count(reached.begin(), reached.end(), true)));
     }
-}
-
-TEST(NeighbourGraphTest, TheRingIsShuffled) {
-    // Unshuffled, member 0's neighbours would always be 1, 2 and the last two.
-    const auto first = neighbourGraph(200, 4);
-    bool differs = false;
-    for (int attempt = 0; attempt < 3 && !differs; ++attempt) {
-        differs = neighbourGraph(200, 4)[0] != first[0] ||
-                  first[0] != std::vector<size_t>{1, 2, 198, 199};
+    // Unshuffled, member 0 would always sit between 1, 2 and the last two.
+    bool shuffled = false;
+    for (int i = 0; i < 3 && !shuffled; ++i) {
+        shuffled = neighbourGraph(200, 4)[0] != std::vector<size_t>{1, 2, 198, 199};
     }
-    EXPECT_TRUE(differs);
+    EXPECT_TRUE(shuffled);
 }
 
 }  // namespace
