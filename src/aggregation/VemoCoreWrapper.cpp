@@ -151,7 +151,7 @@ void vemoFlgrResultCallback(VemoFlgrResult result, void* userdata) {
         logger.e("%s:Could not cast userdata to VemoCoreWrapper", "vemoFlgrResultCallback");
         return;
     }
-    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->flgrResultCallback();
+    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->flgrResultCallback_;
     if (callback) {
         callback(result);
     }
@@ -162,7 +162,7 @@ void vemoIntegralResultCallback(VemoIntegralResult result, void* userdata) {
         logger.e("%s:Could not cast userdata to VemoCoreWrapper", "vemoIntegralResultCallback");
         return;
     }
-    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->integralResultCallback();
+    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->integralResultCallback_;
     if (callback) {
         callback(result);
     }
