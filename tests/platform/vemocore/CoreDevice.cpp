@@ -12,13 +12,15 @@ CoreDevice::CoreDevice(std::chrono::milliseconds delay) : delay_(delay) {
     const VemoCoreConfig config{VEMO_PROTOCOL_AES128CTR, 12, 1, 12, 1, 0};
     EXPECT_EQ(0, vemoHandleCreate(&config, this, &handle));
     vemoHandleRegisterIntegralResultCallback(handle, [](VemoIntegralResult r, void* self) {
-        static_cast<CoreDevice*>(self)->record(reinterpret_cast<const uint32_t*>(r.maskedData),
-                                               r.count, r.thirdText);
+        static_cast<CoreDevice*>(self)->record(
+            reinterpret_cast<const uint32_t*>(r.maskedData), r.count,
+            std::string(r.firstText) + "|" + r.secondText + "|" + r.thirdText);
     });
     // The test hosts are little-endian, so a blob's bytes are its words.
     vemoHandleRegisterFlgrResultCallback(handle, [](VemoFlgrResult r, void* self) {
-        static_cast<CoreDevice*>(self)->record(reinterpret_cast<const uint32_t*>(r.blob),
-                                               r.length / 4, r.cohortId);
+        static_cast<CoreDevice*>(self)->record(
+            reinterpret_cast<const uint32_t*>(r.blob), r.length / 4,
+            std::string(r.applicationId) + "|" + r.metadata + "|" + r.cohortId);
     });
 }
 
@@ -63,10 +65,10 @@ size_t CoreDevice::delivered() {
     return received_.size();
 }
 
-void CoreDevice::record(const uint32_t* words, size_t count, const char* cohortId) {
+void CoreDevice::record(const uint32_t* words, size_t count, const std::string& texts) {
     std::this_thread::sleep_for(delay_);
     std::lock_guard<std::mutex> guard(lock_);
-    received_.push_back({{words, words + count}, cohortId, std::this_thread::get_id()});
+    received_.push_back({{words, words + count}, texts, std::this_thread::get_id()});
 }
 
 secagg::MaskDirective directiveFor(const secagg::ParticipationRequest& request,

@@ -17,7 +17,7 @@ namespace test {
 
 struct Received {
     std::vector<uint32_t> words;  // integral results, or FLGR blobs read as words
-    std::string third;            // cohort id
+    std::string texts;            // the record's three texts, joined by "|"
     std::thread::id thread;
 };
 
@@ -38,7 +38,7 @@ class CoreDevice {
 
   private:
     secagg::ParticipationRequest parsed(char* out);
-    void record(const uint32_t* words, size_t count, const char* cohortId);
+    void record(const uint32_t* words, size_t count, const std::string& texts);
 
     const std::chrono::milliseconds delay_;
     std::mutex lock_;
