@@ -88,12 +88,11 @@ TEST_F(VemoCoreRefusalTest, EachRuleHasItsCodeAndUsesTheRequestUpOnlyWhenNamed) 
          })},
         {"a million neighbours", 3, true,
          [](MaskDirective d, auto&) {
-             std::string text = secagg::writeMaskDirective(d);
-             std::string many = "\"neighbours\":[0";
-             for (int i = 1; i < 1000000; ++i) {
-                 many += ",0";
-             }
-             return text.substr(0, text.find("\"neighbours\"")) + many + "]}";
+             const std::string text = secagg::writeMaskDirective(d);
+             std::string many(2 * 1000000 - 1, ',');  // "0,0,...,0"
+             for (size_t i = 0; i < many.size(); i += 2)
+                 many[i] = '0';
+             return text.substr(0, text.find("\"neighbours\"")) + "\"neighbours\":[" + many + "]}";
          }},
         {"small-order key", 4, true, edit([&](MaskDirective& d, auto&) {
              d.neighbours = {peer, secagg::PublicKey{}};
