@@ -180,13 +180,10 @@ TEST_F(VemoCoreWrapperTest, ResultsReachTheSetCallbackAndNullUserdataIsLogged) {
 TEST_F(VemoCoreWrapperTest, CoreLogLevelsMapToPrioritiesAndUnknownLevelsAreErrors) {
     VemoCoreWrapper wrapper;
     hostlog::LogCapture log;
-    const std::pair<int, int> levels[] = {
-        {1, ANDROID_LOG_ERROR}, {2, ANDROID_LOG_WARN},    {3, ANDROID_LOG_INFO},
-        {4, ANDROID_LOG_DEBUG}, {5, ANDROID_LOG_VERBOSE},
-    };
-    for (const auto& [level, priority] : levels) {
+    // Levels 1 (error) to 5 (verbose) are Android's priorities 6 to 2.
+    for (int level = 1; level <= 5; ++level) {
         ASSERT_TRUE(core().log(static_cast<VemoLogLevel>(level), "f:line"));
-        EXPECT_EQ(priority, log.entries().back().priority) << level;
+        EXPECT_EQ(7 - level, log.entries().back().priority) << level;
         EXPECT_EQ("f:line", log.entries().back().message);
     }
     for (int level : {0, 6}) {
