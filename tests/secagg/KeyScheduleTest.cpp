@@ -72,6 +72,11 @@ TEST(KeyScheduleTest, FixedKeysGiveFixedTranscriptSeedAndMaskWords) {
     for (size_t i = 0; i < maskedA.size(); ++i) {
         ASSERT_EQ(0u, maskedA[i] + maskedB[i]) << i;
     }
+    // The same keys and input in another session give other masks.
+    d.sessionId[0] ^= 1;
+    std::vector<uint32_t> other(8, 0);
+    ASSERT_EQ(MaskResult::Ok, masker.mask(a, {b.publicKey()}, transcriptHash(d), other.data(), 8));
+    EXPECT_NE(std::vector<uint32_t>(maskedA.begin(), maskedA.begin() + 8), other);
 }
 
 }  // namespace
