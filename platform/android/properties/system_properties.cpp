@@ -125,8 +125,10 @@ const PropertyMap& statCheckedValues(const std::string& hostPath) {
 // microseconds. Instead the files' directories are watched with inotify, and
 // each call drains the (non-blocking) descriptor once: the kernel queues an
 // event before a write or rename returns, so any change made before a call
-// marks the file stale for that call. A directory that cannot be watched
-// (missing, or no inotify instance left) falls back to the stat check.
+// marks the file stale for that call. While a file's directory does not
+// exist, its deepest existing ancestor is watched for the directory to
+// appear. Without inotify (no instance left) each call falls back to a stat
+// of the files.
 class PropertyFiles {
   public:
     enum Which { kPersist = 0, kBuild = 1 };
@@ -136,8 +138,16 @@ class PropertyFiles {
     // Needs fileMutex(). Valid until the next call.
     const PropertyMap& values(Which which) {
         File& f = mFiles[which];
-        if (f.wd < 0 && !watch(f)) {
-            return f.missing ? kEmpty : statCheckedValues(f.path);
+        if (mFd < 0) {
+            return statCheckedValues(f.path);
+        }
+        if (f.wd < 0) {
+            if (f.ancestorWd >= 0 && !f.retry) {
+                return kEmpty;  // nothing appeared under the ancestor since the last try
+            }
+            if (!watch(f)) {
+                return f.ancestorWd >= 0 ? kEmpty : statCheckedValues(f.path);
+            }
         }
         if (f.stale) {
             f.values.clear();
@@ -163,53 +173,119 @@ class PropertyFiles {
     }
 
     // Needs fileMutex(). For writes of this process.
-    void markStale(Which which) { mFiles[which].stale = true; }
+    void markStale(Which which) {
+        mFiles[which].stale = true;
+        mFiles[which].retry = true;
+    }
 
   private:
     struct File {
         std::string path;
         std::string dir;
         std::string name;
+        // The directory's watch, or -1.
         int wd = -1;
+        // While the directory is missing: the watch of its deepest existing
+        // ancestor, or -1.
+        int ancestorWd = -1;
         bool stale = true;
-        // The directory did not exist at the last attempt to watch it.
-        bool missing = false;
+        // Something appeared under the ancestor: try the directory again.
+        bool retry = true;
         PropertyMap values;
     };
 
+    static constexpr uint32_t kDirMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRITE |
+                                         IN_ATTRIB | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF |
+                                         IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
+    static constexpr uint32_t kAncestorMask =
+        IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
+
+    static std::string parentOf(const std::string& path) {
+        const std::string::size_type slash = path.find_last_of('/');
+        return slash == 0 || slash == std::string::npos ? std::string("/") : path.substr(0, slash);
+    }
+
     void setPath(File& f, const char* devicePath) {
         f.path = vemo::platform::devicePath(devicePath);
-        const std::string::size_type slash = f.path.find_last_of('/');
-        f.dir = f.path.substr(0, slash);
-        f.name = f.path.substr(slash + 1);
+        f.dir = parentOf(f.path);
+        f.name = f.path.substr(f.path.find_last_of('/') + 1);
         f.stale = true;
+        f.retry = true;
     }
 
     // Watches before parsing, so that no change can fall between the two.
+    // False while the directory is missing (an ancestor is then watched) or
+    // cannot be watched at all.
     bool watch(File& f) {
-        f.missing = false;
-        if (mFd < 0) {
-            return false;
+        f.retry = false;
+        for (int attempts = 0; attempts < 64; ++attempts) {
+            f.wd = inotify_add_watch(mFd, f.dir.c_str(), kDirMask);
+            if (f.wd >= 0) {
+                dropAncestor(f);
+                f.stale = true;
+                return true;
+            }
+            if (errno != ENOENT && errno != ENOTDIR) {
+                dropAncestor(f);
+                return false;
+            }
+            std::string ancestor = parentOf(f.dir);
+            int wd = -1;
+            while ((wd = inotify_add_watch(mFd, ancestor.c_str(), kAncestorMask)) < 0 &&
+                   (errno == ENOENT || errno == ENOTDIR) && ancestor != "/") {
+                ancestor = parentOf(ancestor);
+            }
+            if (wd < 0) {
+                dropAncestor(f);
+                return false;
+            }
+            if (wd != f.ancestorWd) {
+                dropAncestor(f);
+                f.ancestorWd = wd;
+            }
+            // Something made between the failed try and this watch would
+            // have no event: look once more before relying on the watch.
+            const std::string child = childToward(ancestor, f.dir);
+            struct stat st {};
+            if (::stat(child.c_str(), &st) != 0) {
+                return false;
+            }
         }
-        const uint32_t mask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB |
-                              IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF |
-                              IN_ONLYDIR;
-        f.wd = inotify_add_watch(mFd, f.dir.c_str(), mask);
-        if (f.wd < 0) {
-            f.missing = errno == ENOENT || errno == ENOTDIR;
-            return false;
+        return false;
+    }
+
+    // The entry of `ancestor` on the way to `dir`.
+    static std::string childToward(const std::string& ancestor, const std::string& dir) {
+        const std::string::size_type from = ancestor == "/" ? 1 : ancestor.size() + 1;
+        const std::string::size_type end = dir.find('/', from);
+        return dir.substr(0, end);
+    }
+
+    bool sharedByOther(const File& f, int wd) const {
+        for (const File& other : mFiles) {
+            if (&other != &f && (other.wd == wd || other.ancestorWd == wd)) {
+                return true;
+            }
         }
-        f.stale = true;
-        return true;
+        return false;
+    }
+
+    void dropAncestor(File& f) {
+        if (f.ancestorWd >= 0 && !sharedByOther(f, f.ancestorWd)) {
+            inotify_rm_watch(mFd, f.ancestorWd);
+        }
+        f.ancestorWd = -1;
     }
 
     void unwatch(File& f) {
-        if (f.wd >= 0 && mFd >= 0) {
-            // Two files in one directory share a watch; removing it twice is harmless.
+        if (f.wd >= 0 && !sharedByOther(f, f.wd)) {
             inotify_rm_watch(mFd, f.wd);
         }
         f.wd = -1;
+        dropAncestor(f);
         f.values.clear();
+        f.stale = true;
+        f.retry = true;
     }
 
     void drainEvents() {
@@ -231,19 +307,26 @@ class PropertyFiles {
     }
 
     void take(const inotify_event& event) {
+        const bool gone = (event.mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) != 0;
         for (File& f : mFiles) {
             if ((event.mask & IN_Q_OVERFLOW) != 0) {
                 f.stale = true;
-                continue;
-            }
-            if (event.wd != f.wd) {
-                continue;
-            }
-            if ((event.mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
-                // The directory itself went away: watch again (or fall back) next call.
-                unwatch(f);
-            } else if (event.len == 0 || f.name == event.name) {
-                f.stale = true;
+                f.retry = true;
+            } else if (event.wd == f.wd) {
+                if (gone) {
+                    // The directory itself went away: watch again next call.
+                    f.wd = -1;
+                    f.values.clear();
+                    f.stale = true;
+                    f.retry = true;
+                } else if (event.len == 0 || f.name == event.name) {
+                    f.stale = true;
+                }
+            } else if (event.wd == f.ancestorWd) {
+                if (gone) {
+                    f.ancestorWd = -1;
+                }
+                f.retry = true;
             }
         }
     }
