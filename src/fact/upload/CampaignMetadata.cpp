@@ -45,8 +45,8 @@ class ParsedSchema {
     const rapidjson::SchemaDocument mSchema;
 };
 
-bool validateAgainst(const rapidjson::Document& document, const rapidjson::SchemaDocument& schema) {
-    rapidjson::SchemaValidator validator(schema);
+bool validateAgainst(const rapidjson::Document& document, rapidjson::SchemaValidator& validator) {
+    validator.Reset();
     if (document.Accept(validator)) {
         return true;
     }
@@ -85,7 +85,11 @@ CampaignMetadata parseCampaignMetadata(const std::string& text) {
     }
     static const ParsedSchema metadataSchema(kCampaignMetadataSchema);
     static const ParsedSchema privacySchema(kDifferentialPrivacySchema);
-    if (!validateAgainst(metadata, metadataSchema.schema())) {
+    // A validator's stacks are allocated on construction; each thread keeps
+    // its own pair and resets them.
+    thread_local rapidjson::SchemaValidator metadataValidator(metadataSchema.schema());
+    thread_local rapidjson::SchemaValidator privacyValidator(privacySchema.schema());
+    if (!validateAgainst(metadata, metadataValidator)) {
         fail(fn, "Invalid campaign metadata json string");
     }
     const rapidjson::Value& privacyText = metadata["differential_privacy"];
@@ -98,7 +102,7 @@ CampaignMetadata parseCampaignMetadata(const std::string& text) {
     }
     // The schema's "integer" admits any integral number; the upload document
     // carries the size as an unsigned 32-bit value.
-    if (!validateAgainst(privacy, privacySchema.schema()) || !privacy["cohort_size"].IsInt() ||
+    if (!validateAgainst(privacy, privacyValidator) || !privacy["cohort_size"].IsInt() ||
         privacy["cohort_size"].GetInt() < 0) {
         fail(fn, "Invalid differential privacy json string");
     }
@@ -141,7 +145,8 @@ std::string createJsonPayload(const std::string& encodedVector, const CampaignMe
 
 bool validateJson(const rapidjson::Document& document, const char* schemaText) {
     const ParsedSchema schema(schemaText);
-    return validateAgainst(document, schema.schema());
+    rapidjson::SchemaValidator validator(schema.schema());
+    return validateAgainst(document, validator);
 }
 
 }  // namespace fact
