@@ -26,9 +26,34 @@ struct KdfCtxDeleter {
     void operator()(EVP_KDF_CTX* ctx) const { EVP_KDF_CTX_free(ctx); }
 };
 
+// The keystream's words are little-endian. On a little-endian machine they
+// are read as they lie, which the compiler vectorises; elsewhere byte by byte.
+const bool kLittleEndian = [] {
+    const uint32_t one = 1;
+    unsigned char first;
+    std::memcpy(&first, &one, 1);
+    return first == 1;
+}();
+
 inline uint32_t littleEndianWord(const unsigned char* p) {
     return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
            static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
+}
+
+template <bool kSubtract>
+void addWords(uint32_t* words, size_t count, const unsigned char* keystream) {
+    if (kLittleEndian) {
+        for (size_t i = 0; i < count; ++i) {
+            uint32_t w;
+            std::memcpy(&w, keystream + 4 * i, sizeof w);
+            words[i] = kSubtract ? words[i] - w : words[i] + w;
+        }
+    } else {
+        for (size_t i = 0; i < count; ++i) {
+            const uint32_t w = littleEndianWord(keystream + 4 * i);
+            words[i] = kSubtract ? words[i] - w : words[i] + w;
+        }
+    }
 }
 
 // One pair's keystream: AES-128-CTR under the seed with a zero counter block.
@@ -51,13 +76,9 @@ bool addStream(EVP_CIPHER_CTX* ctx, bool subtract, uint32_t* words, size_t count
         return false;
     }
     if (subtract) {
-        for (size_t i = 0; i < count; ++i) {
-            words[i] -= littleEndianWord(keystream + 4 * i);
-        }
+        addWords<true>(words, count, keystream);
     } else {
-        for (size_t i = 0; i < count; ++i) {
-            words[i] += littleEndianWord(keystream + 4 * i);
-        }
+        addWords<false>(words, count, keystream);
     }
     return true;
 }

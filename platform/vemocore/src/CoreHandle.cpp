@@ -76,8 +76,9 @@ int CoreHandle::initiate(secagg::Kind kind, const char* name, const char* second
         coreLog(VEMO_LOG_ERROR, "%s:request could not be written", function);
         return 1;
     }
-    char* copy = copyOut(text);
-    if (copy == nullptr) {
+    // Freed here unless handed out, should the table's insertion throw.
+    std::unique_ptr<char, decltype(&std::free)> copy(copyOut(text), &std::free);
+    if (!copy) {
         coreLog(VEMO_LOG_ERROR, "%s:out of memory", function);
         return 1;
     }
@@ -93,7 +94,7 @@ int CoreHandle::initiate(secagg::Kind kind, const char* name, const char* second
         pending_.push_back(std::move(request));
         index_[pending_.back()->id] = std::prev(pending_.end());
     }
-    *out = copy;
+    *out = copy.release();
     if (evicted) {
         coreLog(VEMO_LOG_WARNING, "%s:request %s evicted for %s (capacity %u)", function,
                 shortId(evicted->id).c_str(), id.c_str(), limits_.capacity);
@@ -177,11 +178,10 @@ int CoreHandle::mask(const char* text) {
     result.name = request->name;
     result.secondName = request->secondName;
     result.cohortId = directive.cohortId;
-    const uint32_t* words = request->words.data();
     if (request->kind == secagg::Kind::Integral) {
-        result.words.resize(request->words.size());
-        std::memcpy(result.words.data(), words, request->words.size() * sizeof(uint32_t));
+        result.words = request->words.release();
     } else {
+        const uint32_t* words = request->words.data();
         result.blob.resize(request->words.size() * 4);
         for (size_t i = 0; i < request->words.size(); ++i) {
             for (size_t b = 0; b < 4; ++b) {
@@ -204,7 +204,9 @@ void CoreHandle::deliver(const MaskedResult& result) {
         integral = integralCallback_;
     }
     if (result.kind == secagg::Kind::Integral && integral != nullptr) {
-        integral(VemoIntegralResult{result.words.data(), static_cast<uint32_t>(result.words.size()),
+        // int32_t may alias the words' uint32_t.
+        integral(VemoIntegralResult{reinterpret_cast<const int32_t*>(result.words.data()),
+                                    static_cast<uint32_t>(result.words.size()),
                                     result.secondName.c_str(), result.name.c_str(),
                                     result.cohortId.c_str()},
                  userdata_);

@@ -22,7 +22,7 @@ namespace vemocore {
 struct MaskedResult {
     secagg::Kind kind = secagg::Kind::Integral;
     // Integral: the masked vector. FLGR: the masked words, little-endian.
-    std::vector<int32_t> words;
+    std::vector<uint32_t> words;
     std::vector<uint8_t> blob;
     std::string name;
     std::string secondName;
