@@ -6,12 +6,15 @@
 // Thread-safety: setup() and run() belong to the main thread. stop() may be
 // called from any thread (the signal-waiting thread in the product); it takes
 // `mutex_`, which guards the running flag and the stop request.
+// factVectorCallback() runs on the analytics library's threads and touches no
+// daemon state.
 
 #include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 
+#include "aggregation/FactManager.h"
 #include "daemon/VemoStatus.h"
 
 namespace vemo {
@@ -21,12 +24,23 @@ class VemoDaemon {
     static std::unique_ptr<VemoDaemon> make_unique();
 
     VemoDaemon();
+    // Once set-up has made the aggregation manager: stops the cloud library
+    // and waits (bounded) for uploads in flight, so that no thread of theirs
+    // still runs while the process's singletons are destroyed.
     ~VemoDaemon();
     VemoDaemon(const VemoDaemon&) = delete;
     VemoDaemon& operator=(const VemoDaemon&) = delete;
 
-    // The start-up sequence; 0, or 6 when a step that must succeed failed.
+    // The start-up sequence; 0, or 6 when a step that must succeed failed
+    // (the analytics library refused the vector callback, the aggregation
+    // manager could not be made, or the IPC service could not be published).
     VemoStatus setup();
+
+    // Receives each finished analytics vector and hands it, with both texts
+    // copied, to the aggregation manager. `vector` is only read during the
+    // call.
+    static void factVectorCallback(const int* vector, unsigned int length,
+                                   const char* applicationId, const char* second);
 
     // Blocks until stop() is called; never returns on its own.
     void run();
@@ -41,6 +55,9 @@ class VemoDaemon {
     std::condition_variable condition_;
     std::atomic<bool> running_{false};
     bool stopRequested_ = false;  // guarded by mutex_
+    // Shared with the IPC connector.
+    std::shared_ptr<FactManager> factManager_;
+    bool managerCreated_ = false;  // main thread only
 };
 
 }  // namespace vemo

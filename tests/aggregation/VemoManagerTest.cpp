@@ -1,0 +1,122 @@
+// The aggregation manager over a scripted core and a recording cloud library;
+// the whole way through the real core and cloud is the wired daemon's test.
+#include "aggregation/VemoManager.h"
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+#include <hostlog/LogCapture.h>
+
+#include <climits>
+
+#include "RecordingComm.h"
+#include "ScriptedCore.h"
+#include "TempDeviceRoot.h"
+#include "aggregation/FactManager.h"
+#include "aggregation/FlgrConnectorImpl.h"
+#include "fact/FactHeartbeatMetric.h"
+
+namespace vemo {
+namespace {
+
+using test::ScriptedCore;
+using tolmocomm::TolmoEventResult;
+
+const char kTag[] = "Vemo:VemoManager";
+
+int32_t count(const char* name) {
+    return fact::FactHeartbeatMetric::GetInstance().getCount(name);
+}
+
+class VemoManagerTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ScriptedCore::instance().reset(); }
+    ScriptedCore::Calls calls() { return ScriptedCore::instance().calls(); }
+
+    test::TempDeviceRoot root;
+    hostlog::LogCapture logs;
+    test::RecordingComm comm;
+};
+
+TEST(AppendChecksumTest, AppendsTheSumModulo2To31WithItsSign) {
+    const std::vector<int> cases[][2] = {
+        {{1, 2, 3}, {1, 2, 3, 6}},
+        {{INT_MAX, 1}, {INT_MAX, 1, 0}},
+        {{-1}, {-1, -1}},
+        {{INT_MIN, -1}, {INT_MIN, -1, -1}},
+        {{INT_MAX, INT_MAX, INT_MAX}, {INT_MAX, INT_MAX, INT_MAX, INT_MAX - 2}},
+        {{}, {}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(appendChecksum(c[0].data(), static_cast<unsigned>(c[0].size())), c[1]);
+    }
+}
+
+TEST_F(VemoManagerTest, VectorsAndTheCloudsAnswersToThem) {
+    VemoManager manager(comm);
+    EXPECT_EQ(manager.handleFactVectorCallback("app", nullptr, 0, "meta"), 1);
+    EXPECT_TRUE(calls().integralNames.empty());
+    const int data[] = {0, 1, 0};
+    EXPECT_EQ(manager.handleFactVectorCallback("app", data, 3, "meta"), 0);
+    EXPECT_EQ(calls().integralData, (std::vector<std::vector<int32_t>>{{0, 1, 0, 1}}));
+    ASSERT_EQ(comm.events.size(), 1u);
+    for (int code = 0; code <= 4; ++code) {
+        const int32_t before = count("ParticipationRequestPrqEventError");
+        comm.events[0].onResult(TolmoEventResult(code));
+        EXPECT_EQ(count("ParticipationRequestPrqEventError") - before, code == 0 || code == 4)
+            << code;
+    }
+}
+
+TEST_F(VemoManagerTest, OnlyADirectiveWithAPayloadObjectReachesTheCore) {
+    VemoManager manager(comm);
+    const char* const cases[][2] = {
+        {"not json", "operator():VEMO directive can not been parsed: not json"},
+        {"[1]", "operator():Payload does not exist in the directive or is not an object: [1]"},
+        {"{\"payload\":\"x\"}",
+         "operator():Payload does not exist in the directive or is not an object: "
+         "{\"payload\":\"x\"}"},
+        {"{ \"payload\" : { \"b\" : 1, \"a\" : [2] } }", nullptr},
+    };
+    for (const auto& c : cases) {
+        ScriptedCore::instance().reset();
+        comm.directiveHandler({"ns", "UploadMaskedData", "m-1", "", c[0], "", "c-1"});
+        EXPECT_TRUE(c[1] == nullptr || logs.contains(ANDROID_LOG_ERROR, kTag, c[1])) << c[0];
+        EXPECT_EQ(calls().masks, c[1] == nullptr ? std::vector<std::string>{"{\"b\":1,\"a\":[2]}"}
+                                                 : std::vector<std::string>{});
+    }
+    ScriptedCore::Codes refusing;
+    refusing.mask = 3;
+    ScriptedCore::instance().setCodes(refusing);
+    const int32_t before = count("DataMaskError");
+    comm.directiveHandler({"ns", "UploadMaskedData", "", "", "{\"payload\":{}}", "", ""});
+    EXPECT_EQ(count("DataMaskError"), before + 1);
+}
+
+// Last: it makes the process's manager singleton over its own recording comm.
+TEST_F(VemoManagerTest, TheConnectorAnswers3WithoutCompletingARefusedRequest) {
+    static test::RecordingComm singletonComm;
+    VemoManager::getInstanceWithTolmoComm(singletonComm);
+    FlgrConnectorImpl connector(std::make_shared<FactManager>());
+    int completions = 0;
+    const auto done = [&](VemoStatus status, std::shared_ptr<FlgrResultContext>,
+                          std::shared_ptr<FlgrResults>) { completions += status == 0 ? 1 : 100; };
+    const ipc::FlgrFileRequest request("/data/vemo/requested.flgr", "app", "meta", 1.0f);
+    root.writeFile("/data/vemo/requested.flgr", "r");
+    EXPECT_EQ(connector.flgrRequest("client", request, done), 3);  // no test gradients
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, kTag,
+                              "flgrRequest:Cannot open the gradient file: /data/vemo/engb1.flgr"));
+    root.writeFile("/data/vemo/engb1.flgr", "test");
+    ScriptedCore::Codes refusing;
+    refusing.flgrInitiate = 1;
+    ScriptedCore::instance().setCodes(refusing);
+    ScriptedCore::instance().setInitiateOutput("", false);
+    EXPECT_EQ(connector.flgrRequest("client", request, done), 3);  // the core throws
+    EXPECT_EQ(completions, 0);
+    ScriptedCore::instance().reset();
+    EXPECT_EQ(connector.flgrRequest("client", request, done), 0);
+    EXPECT_EQ(completions, 1);
+    EXPECT_EQ(calls().flgrBlobs, (std::vector<std::vector<uint8_t>>{{'t', 'e', 's', 't'}}));
+}
+
+}  // namespace
+}  // namespace vemo
