@@ -26,6 +26,12 @@ const char kParticipationRequest[] = "ParticipationRequest";
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
+// The core's texts are never null by contract; a null one must still not
+// take the process down.
+std::string orEmpty(const char* text) {
+    return text != nullptr ? text : "";
+}
+
 void writeString(Writer& writer, const char* key, const std::string& value) {
     writer.Key(key);
     writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
@@ -118,7 +124,7 @@ void VemoManager::onIntegralResult(VemoIntegralResult result) {
     }
     const std::vector<int> masked(result.maskedData, result.maskedData + result.count);
     fact::DataIngestionClientWrapper::getInstance().uploadAsync(
-        masked, result.firstText, result.secondText, result.thirdText);
+        masked, orEmpty(result.firstText), orEmpty(result.secondText), orEmpty(result.thirdText));
 }
 
 int VemoManager::flgrRequest(const std::string& /*client*/, const ipc::FlgrFileRequest& request) {

@@ -91,8 +91,10 @@ VemoStatus VemoDaemon::setup() {
 
 void VemoDaemon::factVectorCallback(const int* vector, unsigned int length,
                                     const char* applicationId, const char* second) {
-    const std::string name(applicationId);
-    const std::string text(second);
+    // The analytics library always passes both texts; a null one is taken as
+    // empty rather than trusted to crash.
+    const std::string name(applicationId != nullptr ? applicationId : "");
+    const std::string text(second != nullptr ? second : "");
     // The analytics library is plain C underneath: nothing may unwind into it.
     try {
         VemoManager::getInstance().handleFactVectorCallback(name, vector, length, text);

@@ -1,12 +1,11 @@
 #include "fact/MultiDimensionalRandomizedDifferentialPrivacyPolicy.h"
 
-#include <openssl/rand.h>
-
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
 
 #include "fact/FactHeartbeatMetric.h"
+#include "fact/RandomBlock.h"
 
 namespace fact {
 
@@ -51,7 +50,7 @@ int MultiDimensionalRandomizedDifferentialPrivacyPolicy::getRandInt(int min, int
         throw std::invalid_argument("Invalid range: max must be greater than min");
     }
     uint32_t u = 0;
-    RAND_bytes(reinterpret_cast<unsigned char*>(&u), sizeof u);
+    RandomBlock::fill(&u, sizeof u);
     // Unsigned arithmetic: the span of the full int range still fits.
     const uint32_t n = static_cast<uint32_t>(max) - static_cast<uint32_t>(min) + 1u;
     return static_cast<int>(static_cast<uint32_t>(min) + (n == 0 ? u : u % n));
@@ -63,7 +62,7 @@ double MultiDimensionalRandomizedDifferentialPrivacyPolicy::getRandDouble(double
         throw std::invalid_argument("Invalid range: max must be greater than min");
     }
     uint64_t u = 0;
-    RAND_bytes(reinterpret_cast<unsigned char*>(&u), sizeof u);
+    RandomBlock::fill(&u, sizeof u);
     return min + (max - min) * (static_cast<double>(u) * 0x1p-64);
 }
 

@@ -3,7 +3,7 @@
 // with probability p = (e - 1) / (e + L - 1), e = exp(epsilon * sqrt(cohort
 // size)), L the vector length; otherwise the single 1 goes to a uniformly
 // random position. The true position thus survives with e / (e + L - 1).
-// Randomness comes only from OpenSSL's RAND_bytes.
+// Randomness comes only from OpenSSL's RAND_bytes, drawn in blocks (RandomBlock).
 //
 // One per campaign, shared by its vector producers. Immutable; every
 // operation is const and may run on any thread at once.

@@ -11,7 +11,7 @@
 #include <regex>
 
 #include "ChildProcess.h"
-#include "ScriptedCloud.h"
+#include "HttpsTestServer.h"
 #include "TempDeviceRoot.h"
 #include "TestPki.h"
 #include "secagg/Checksum.h"
@@ -25,7 +25,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using vemo::test::ChildProcess;
-using vemo::test::CloudRequest;
+using vemo::test::RecordedRequest;
 
 const char kSession[] = "RA.Tolmo.SecureAggregationSessionController";
 const char kAppId[] = "TelemetryDataProducer_A1RABVCI_hc-1,hc-2_tdp-e2e";
@@ -50,7 +50,7 @@ std::vector<std::string> ecsTrace() {
 struct PostedEvent {
     std::string nameSpace, name, payloadVersion, payload;
 };
-PostedEvent parseEvent(const CloudRequest& request) {
+PostedEvent parseEvent(const RecordedRequest& request) {
     rapidjson::Document doc;
     doc.Parse(request.body.c_str());
     const auto& header = doc["event"]["header"];
@@ -130,14 +130,14 @@ class WiredDaemonTest : public ::testing::Test {
 
     vemo::test::TempDeviceRoot root;
     vemo::test::TestPki pki{root.root() + "/pki"};
-    vemo::test::ScriptedCloud cloud{pki.serverCert(), pki.serverKey()};
+    vemo::test::HttpsTestServer cloud{pki.serverCert(), pki.serverKey()};
     std::unique_ptr<ChildProcess> daemon;
 };
 
 TEST_F(WiredDaemonTest, AnEventBecomesAMaskedUploadWhoseSumTheCloudCanCheck) {
     startDaemon();
     ASSERT_TRUE(cloud.waitForRequests("/v20160207/event", 1, 30s));
-    const CloudRequest announcement = cloud.requestsTo("/v20160207/event")[0];
+    const RecordedRequest announcement = cloud.requestsTo("/v20160207/event")[0];
     const PostedEvent capability = parseEvent(announcement);
     EXPECT_EQ(capability.nameSpace, "Tolmo.Discovery");
     EXPECT_EQ(capability.name, "AddOrUpdateReport");
@@ -145,7 +145,7 @@ TEST_F(WiredDaemonTest, AnEventBecomesAMaskedUploadWhoseSumTheCloudCanCheck) {
     EXPECT_EQ(capability.payload,
               "{\"endpoints\":[{\"capabilities\":[{\"type\":\"TolmoInterface\",\"interface\":"
               "\"Tolmo.SecureAggregationSessionController\",\"version\":\"1.0\"}]}]}");
-    EXPECT_EQ(announcement.token, "device-token");
+    EXPECT_EQ(announcement.header("x-qzt-access-token"), "device-token");
 
     ASSERT_EQ(ctl({"fact", "FactOrvuManager", "/data/vemo/campaign.json"}), 0);
     EXPECT_EQ(root.readFile("/data/vemo//config"), "/data/vemo/campaign.json");
@@ -187,8 +187,8 @@ TEST_F(WiredDaemonTest, AnEventBecomesAMaskedUploadWhoseSumTheCloudCanCheck) {
         "operator():Payload does not exist in the directive or is not an object: "
         "{\"payload\":[]}",
         1s));
-    const CloudRequest upload = cloud.requestsTo("/maskedFAVs")[0];
-    EXPECT_EQ(upload.token, "device-token");
+    const RecordedRequest upload = cloud.requestsTo("/maskedFAVs")[0];
+    EXPECT_EQ(upload.header("x-qzt-access-token"), "device-token");
     const std::regex document(
         R"(\{"campaignId":"tdp-e2e","maskedFederatedAnalyticsData":\{"applicationId":")" +
         std::string(kAppId) +
@@ -237,8 +237,8 @@ TEST_F(WiredDaemonTest, AfterAKillTheNextStartCreatesThePersistedCampaignAgain) 
 }
 
 TEST_F(WiredDaemonTest, AStalledOrFailingCloudNeverHoldsTheBinderThreads) {
-    cloud.answerPosts(500, {200});  // the announcement gets through, nothing after it
-    cloud.holdPosts(true);
+    cloud.respondWith(500, "{}", {200});  // the announcement gets through, nothing after it
+    cloud.holdAnswers();
     startDaemon();
     ASSERT_TRUE(cloud.waitForRequests("/v20160207/event", 1, 30s));
     const auto start = std::chrono::steady_clock::now();
@@ -246,7 +246,7 @@ TEST_F(WiredDaemonTest, AStalledOrFailingCloudNeverHoldsTheBinderThreads) {
     EXPECT_EQ(ctl({"fact", "FactOrvuManager", "/data/vemo/campaign.json"}), 0);
     sendVolumeChange();
     EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
-    cloud.holdPosts(false);
+    cloud.release();
     EXPECT_TRUE(daemon->waitForOutput("not delivered after 5 attempts: HTTP 500", 30s))
         << daemon->output();
     EXPECT_EQ(cloud.requestsTo("/v20160207/events").size(), 5u);

@@ -2,6 +2,7 @@
 #include <sys/system_properties.h>
 
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -83,6 +84,26 @@ TEST(SystemPropertiesTest, SettledFileRewrittenInPlaceIsSeenAtOnce) {
     EXPECT_EQ(get("ro.a"), "one");
     std::ofstream(root.path(kBuild), std::ios::in | std::ios::out) << "ro.a=two\n";
     EXPECT_EQ(get("ro.a"), "two");
+}
+
+// Properties are served from memory between changes; every kind of change
+// (directory made after the first read, atomic replace, removal) must still
+// be seen by the very next read.
+TEST(SystemPropertiesTest, EveryKindOfChangeIsSeenByTheNextRead) {
+    vemo::test::TempDeviceRoot root;
+    EXPECT_EQ(get("ro.a"), "");
+    root.writeFile("/data/property/persist.prop", "ro.a=persisted\n");
+    EXPECT_EQ(get("ro.a"), "persisted");
+    root.writeFile(kBuild, "ro.a=built\nro.b=1\n");
+    EXPECT_EQ(get("ro.b"), "1");
+    root.writeFile("/system/build.prop.new", "ro.b=2\n");
+    ASSERT_EQ(std::rename(root.path("/system/build.prop.new").c_str(), root.path(kBuild).c_str()),
+              0);
+    EXPECT_EQ(get("ro.b"), "2");
+    ASSERT_EQ(std::remove(root.path("/data/property/persist.prop").c_str()), 0);
+    EXPECT_EQ(get("ro.a"), "");
+    ASSERT_EQ(__system_property_set("ro.a", "set"), 0);
+    EXPECT_EQ(get("ro.a"), "set");
 }
 
 }  // namespace

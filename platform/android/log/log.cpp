@@ -58,6 +58,21 @@ long threadId() {
     return tTid;
 }
 
+// "MM-DD HH:MM:SS" of the given second. Converting to local time takes the
+// time-zone lock and formats a dozen fields; lines come in bursts within one
+// second, so each thread keeps the text of the last second it wrote.
+const char* secondStamp(time_t second) {
+    thread_local time_t tSecond = -1;
+    thread_local char tStamp[32];
+    if (second != tSecond) {
+        tm local{};
+        localtime_r(&second, &local);
+        strftime(tStamp, sizeof tStamp, "%m-%d %H:%M:%S", &local);
+        tSecond = second;
+    }
+    return tStamp;
+}
+
 char priorityLetter(int prio) {
     static const char kLetters[] = "??VDIWEFS";
     return (prio >= 0 && prio <= ANDROID_LOG_SILENT) ? kLetters[prio] : '?';
@@ -85,10 +100,6 @@ int writeMessage(int prio, const char* tag, const char* text) {
     }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    tm local{};
-    localtime_r(&now.tv_sec, &local);
-    char stamp[32];
-    strftime(stamp, sizeof stamp, "%m-%d %H:%M:%S", &local);
 
     const LogEntry entry{prio, tag, text};
     std::lock_guard<std::mutex> lock(registryMutex());
@@ -98,8 +109,9 @@ int writeMessage(int prio, const char* tag, const char* text) {
         echo = echo && c->echo();
     }
     if (echo) {
-        std::fprintf(stderr, "%s.%03ld %5d %5ld %c %-8s: %s\n", stamp, now.tv_nsec / 1000000L,
-                     processId(), threadId(), priorityLetter(prio), tag, text);
+        std::fprintf(stderr, "%s.%03ld %5d %5ld %c %-8s: %s\n", secondStamp(now.tv_sec),
+                     now.tv_nsec / 1000000L, processId(), threadId(), priorityLetter(prio), tag,
+                     text);
         std::fflush(stderr);
     }
     return static_cast<int>(entry.message.size()) + 1;

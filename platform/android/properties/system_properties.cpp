@@ -1,9 +1,12 @@
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/system_properties.h>
+#include <unistd.h>
 
 #include <ctime>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -57,12 +60,11 @@ void readFile(const std::string& hostPath, std::map<std::string, std::string>& o
 
 using PropertyMap = std::map<std::string, std::string>;
 
-// One property file as last parsed. Parsing both files on every get made a
-// property read cost tens of microseconds, so a parse is reused while the
-// file's identity, size and modification time are unchanged. A file modified
-// shortly before it was parsed is parsed again on every call (its timestamp
-// may not yet tell a later write apart, timestamps being coarse), so a change
-// is still seen on the very next call.
+// One property file as last parsed, checked by its identity, size and
+// modification time. Used for a file whose directory cannot be watched: a
+// file modified shortly before it was parsed is parsed again on every call
+// (its timestamp may not yet tell a later write apart, timestamps being
+// coarse), so a change is still seen on the very next call.
 struct ParsedFile {
     dev_t device = 0;
     ino_t inode = 0;
@@ -84,9 +86,9 @@ std::map<std::string, ParsedFile>& parsedFiles() {
     return files;
 }
 
-// The values of one file, parsed again only when it may have changed.
-// Needs fileMutex().
-const PropertyMap& currentValues(const std::string& hostPath) {
+// The values of one unwatched file, parsed again only when it may have
+// changed. Needs fileMutex().
+const PropertyMap& statCheckedValues(const std::string& hostPath) {
     static const PropertyMap kEmpty;
     auto& files = parsedFiles();
     struct stat st {};
@@ -117,6 +119,232 @@ const PropertyMap& currentValues(const std::string& hostPath) {
     return f.values;
 }
 
+// The two property files of the current root, kept parsed in memory. The
+// device reads properties from shared memory, and the system re-reads them on
+// every call; a stat of both files per call made each read cost
+// microseconds. Instead the files' directories are watched with inotify, and
+// each call drains the (non-blocking) descriptor once: the kernel queues an
+// event before a write or rename returns, so any change made before a call
+// marks the file stale for that call. While a file's directory does not
+// exist, its deepest existing ancestor is watched for the directory to
+// appear. Without inotify (no instance left) each call falls back to a stat
+// of the files.
+class PropertyFiles {
+  public:
+    enum Which { kPersist = 0, kBuild = 1 };
+
+    PropertyFiles() : mFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+
+    // Needs fileMutex(). Valid until the next call.
+    const PropertyMap& values(Which which) {
+        File& f = mFiles[which];
+        if (mFd < 0) {
+            return statCheckedValues(f.path);
+        }
+        if (f.wd < 0) {
+            if (f.ancestorWd >= 0 && !f.retry) {
+                return kEmpty;  // nothing appeared under the ancestor since the last try
+            }
+            if (!watch(f)) {
+                return f.ancestorWd >= 0 ? kEmpty : statCheckedValues(f.path);
+            }
+        }
+        if (f.stale) {
+            f.values.clear();
+            readFile(f.path, f.values);
+            f.stale = false;
+        }
+        return f.values;
+    }
+
+    // Needs fileMutex(). Follows a change of device root, then takes in
+    // what the kernel reported since the last call.
+    void refresh() {
+        std::string root = vemo::platform::deviceRoot();
+        if (root != mRoot) {
+            for (File& f : mFiles) {
+                unwatch(f);
+            }
+            mRoot = std::move(root);
+            setPath(mFiles[kPersist], kPersistProp);
+            setPath(mFiles[kBuild], kBuildProp);
+        }
+        drainEvents();
+    }
+
+    // Needs fileMutex(). For writes of this process.
+    void markStale(Which which) {
+        mFiles[which].stale = true;
+        mFiles[which].retry = true;
+    }
+
+  private:
+    struct File {
+        std::string path;
+        std::string dir;
+        std::string name;
+        // The directory's watch, or -1.
+        int wd = -1;
+        // While the directory is missing: the watch of its deepest existing
+        // ancestor, or -1.
+        int ancestorWd = -1;
+        bool stale = true;
+        // Something appeared under the ancestor: try the directory again.
+        bool retry = true;
+        PropertyMap values;
+    };
+
+    static constexpr uint32_t kDirMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRITE |
+                                         IN_ATTRIB | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF |
+                                         IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
+    static constexpr uint32_t kAncestorMask =
+        IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_MASK_ADD;
+
+    static std::string parentOf(const std::string& path) {
+        const std::string::size_type slash = path.find_last_of('/');
+        return slash == 0 || slash == std::string::npos ? std::string("/") : path.substr(0, slash);
+    }
+
+    void setPath(File& f, const char* devicePath) {
+        f.path = vemo::platform::devicePath(devicePath);
+        f.dir = parentOf(f.path);
+        f.name = f.path.substr(f.path.find_last_of('/') + 1);
+        f.stale = true;
+        f.retry = true;
+    }
+
+    // Watches before parsing, so that no change can fall between the two.
+    // False while the directory is missing (an ancestor is then watched) or
+    // cannot be watched at all.
+    bool watch(File& f) {
+        f.retry = false;
+        for (int attempts = 0; attempts < 64; ++attempts) {
+            f.wd = inotify_add_watch(mFd, f.dir.c_str(), kDirMask);
+            if (f.wd >= 0) {
+                dropAncestor(f);
+                f.stale = true;
+                return true;
+            }
+            if (errno != ENOENT && errno != ENOTDIR) {
+                dropAncestor(f);
+                return false;
+            }
+            std::string ancestor = parentOf(f.dir);
+            int wd = -1;
+            while ((wd = inotify_add_watch(mFd, ancestor.c_str(), kAncestorMask)) < 0 &&
+                   (errno == ENOENT || errno == ENOTDIR) && ancestor != "/") {
+                ancestor = parentOf(ancestor);
+            }
+            if (wd < 0) {
+                dropAncestor(f);
+                return false;
+            }
+            if (wd != f.ancestorWd) {
+                dropAncestor(f);
+                f.ancestorWd = wd;
+            }
+            // Something made between the failed try and this watch would
+            // have no event: look once more before relying on the watch.
+            const std::string child = childToward(ancestor, f.dir);
+            struct stat st {};
+            if (::stat(child.c_str(), &st) != 0) {
+                return false;
+            }
+        }
+        return false;
+    }
+
+    // The entry of `ancestor` on the way to `dir`.
+    static std::string childToward(const std::string& ancestor, const std::string& dir) {
+        const std::string::size_type from = ancestor == "/" ? 1 : ancestor.size() + 1;
+        const std::string::size_type end = dir.find('/', from);
+        return dir.substr(0, end);
+    }
+
+    bool sharedByOther(const File& f, int wd) const {
+        for (const File& other : mFiles) {
+            if (&other != &f && (other.wd == wd || other.ancestorWd == wd)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    void dropAncestor(File& f) {
+        if (f.ancestorWd >= 0 && !sharedByOther(f, f.ancestorWd)) {
+            inotify_rm_watch(mFd, f.ancestorWd);
+        }
+        f.ancestorWd = -1;
+    }
+
+    void unwatch(File& f) {
+        if (f.wd >= 0 && !sharedByOther(f, f.wd)) {
+            inotify_rm_watch(mFd, f.wd);
+        }
+        f.wd = -1;
+        dropAncestor(f);
+        f.values.clear();
+        f.stale = true;
+        f.retry = true;
+    }
+
+    void drainEvents() {
+        if (mFd < 0) {
+            return;
+        }
+        alignas(inotify_event) char buffer[4096];
+        for (;;) {
+            const ssize_t n = ::read(mFd, buffer, sizeof buffer);
+            if (n <= 0) {
+                return;  // EAGAIN: nothing more happened
+            }
+            for (ssize_t at = 0; at < n;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+                take(*event);
+                at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            }
+        }
+    }
+
+    void take(const inotify_event& event) {
+        const bool gone = (event.mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) != 0;
+        for (File& f : mFiles) {
+            if ((event.mask & IN_Q_OVERFLOW) != 0) {
+                f.stale = true;
+                f.retry = true;
+            } else if (event.wd == f.wd) {
+                if (gone) {
+                    // The directory itself went away: watch again next call.
+                    f.wd = -1;
+                    f.values.clear();
+                    f.stale = true;
+                    f.retry = true;
+                } else if (event.len == 0 || f.name == event.name) {
+                    f.stale = true;
+                }
+            } else if (event.wd == f.ancestorWd) {
+                if (gone) {
+                    f.ancestorWd = -1;
+                }
+                f.retry = true;
+            }
+        }
+    }
+
+    static const PropertyMap kEmpty;
+    const int mFd;
+    std::string mRoot;
+    File mFiles[2];
+};
+
+const PropertyMap PropertyFiles::kEmpty;
+
+// Guarded by fileMutex().
+PropertyFiles& propertyFiles() {
+    static PropertyFiles files;
+    return files;
+}
+
 bool validName(const char* name) {
     if (name == nullptr || *name == '\0') {
         return false;
@@ -140,11 +368,13 @@ extern "C" int __system_property_get(const char* name, char* value) {
         return 0;
     }
     std::lock_guard<std::mutex> lock(fileMutex());
+    PropertyFiles& files = propertyFiles();
+    files.refresh();
     // Persisted values win over build values.
-    const PropertyMap& persisted = currentValues(vemo::platform::devicePath(kPersistProp));
+    const PropertyMap& persisted = files.values(PropertyFiles::kPersist);
     auto it = persisted.find(name);
     if (it == persisted.end()) {
-        const PropertyMap& build = currentValues(vemo::platform::devicePath(kBuildProp));
+        const PropertyMap& build = files.values(PropertyFiles::kBuild);
         it = build.find(name);
         if (it == build.end()) {
             return 0;
@@ -179,5 +409,9 @@ extern "C" int __system_property_set(const char* name, const char* value) {
             return -1;
         }
     }
-    return std::rename(tmp.c_str(), path.c_str()) == 0 ? 0 : -1;
+    if (std::rename(tmp.c_str(), path.c_str()) != 0) {
+        return -1;
+    }
+    propertyFiles().markStale(PropertyFiles::kPersist);
+    return 0;
 }

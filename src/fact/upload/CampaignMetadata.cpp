@@ -22,6 +22,44 @@ std::string parseErrorCode(const rapidjson::Document& document) {
     return std::to_string(static_cast<int>(document.GetParseError()));
 }
 
+// A schema text parsed once: parsing the two schemas on every upload cost
+// ten times the parse of the metadata itself. Immutable after construction,
+// so validators on several threads may share it.
+class ParsedSchema {
+  public:
+    explicit ParsedSchema(const char* text) : mJson(parse(text)), mSchema(mJson) {}
+    const rapidjson::SchemaDocument& schema() const { return mSchema; }
+
+  private:
+    static rapidjson::Document parse(const char* text) {
+        rapidjson::Document json;
+        json.Parse(text);
+        if (json.HasParseError()) {
+            fail("validateJson",
+                 "Failed to parse schema json string, error code " + parseErrorCode(json));
+        }
+        return json;
+    }
+
+    const rapidjson::Document mJson;
+    const rapidjson::SchemaDocument mSchema;
+};
+
+bool validateAgainst(const rapidjson::Document& document, rapidjson::SchemaValidator& validator) {
+    validator.Reset();
+    if (document.Accept(validator)) {
+        return true;
+    }
+    rapidjson::StringBuffer schemaPointer;
+    rapidjson::StringBuffer documentPointer;
+    validator.GetInvalidSchemaPointer().StringifyUriFragment(schemaPointer);
+    validator.GetInvalidDocumentPointer().StringifyUriFragment(documentPointer);
+    logger.d("%s:Schema mismatch at %s, keyword %s, document %s", "validateJson",
+             schemaPointer.GetString(), validator.GetInvalidSchemaKeyword(),
+             documentPointer.GetString());
+    return false;
+}
+
 }  // namespace
 
 const char kCampaignMetadataSchema[] =
@@ -45,7 +83,13 @@ CampaignMetadata parseCampaignMetadata(const std::string& text) {
         fail(fn, "Failed to parse campaign metadata json string, error code " +
                      parseErrorCode(metadata));
     }
-    if (!validateJson(metadata, kCampaignMetadataSchema)) {
+    static const ParsedSchema metadataSchema(kCampaignMetadataSchema);
+    static const ParsedSchema privacySchema(kDifferentialPrivacySchema);
+    // A validator's stacks are allocated on construction; each thread keeps
+    // its own pair and resets them.
+    thread_local rapidjson::SchemaValidator metadataValidator(metadataSchema.schema());
+    thread_local rapidjson::SchemaValidator privacyValidator(privacySchema.schema());
+    if (!validateAgainst(metadata, metadataValidator)) {
         fail(fn, "Invalid campaign metadata json string");
     }
     const rapidjson::Value& privacyText = metadata["differential_privacy"];
@@ -58,7 +102,7 @@ CampaignMetadata parseCampaignMetadata(const std::string& text) {
     }
     // The schema's "integer" admits any integral number; the upload document
     // carries the size as an unsigned 32-bit value.
-    if (!validateJson(privacy, kDifferentialPrivacySchema) || !privacy["cohort_size"].IsInt() ||
+    if (!validateAgainst(privacy, privacyValidator) || !privacy["cohort_size"].IsInt() ||
         privacy["cohort_size"].GetInt() < 0) {
         fail(fn, "Invalid differential privacy json string");
     }
@@ -100,25 +144,9 @@ std::string createJsonPayload(const std::string& encodedVector, const CampaignMe
 }
 
 bool validateJson(const rapidjson::Document& document, const char* schemaText) {
-    rapidjson::Document schemaJson;
-    schemaJson.Parse(schemaText);
-    if (schemaJson.HasParseError()) {
-        fail("validateJson",
-             "Failed to parse schema json string, error code " + parseErrorCode(schemaJson));
-    }
-    const rapidjson::SchemaDocument schema(schemaJson);
-    rapidjson::SchemaValidator validator(schema);
-    if (document.Accept(validator)) {
-        return true;
-    }
-    rapidjson::StringBuffer schemaPointer;
-    rapidjson::StringBuffer documentPointer;
-    validator.GetInvalidSchemaPointer().StringifyUriFragment(schemaPointer);
-    validator.GetInvalidDocumentPointer().StringifyUriFragment(documentPointer);
-    logger.d("%s:Schema mismatch at %s, keyword %s, document %s", "validateJson",
-             schemaPointer.GetString(), validator.GetInvalidSchemaKeyword(),
-             documentPointer.GetString());
-    return false;
+    const ParsedSchema schema(schemaText);
+    rapidjson::SchemaValidator validator(schema.schema());
+    return validateAgainst(document, validator);
 }
 
 }  // namespace fact

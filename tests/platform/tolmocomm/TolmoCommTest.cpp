@@ -6,7 +6,7 @@
 
 #include <condition_variable>
 
-#include "ScriptedCloud.h"
+#include "HttpsTestServer.h"
 #include "TempDeviceRoot.h"
 #include "TestPki.h"
 #include "hostlog/LogCapture.h"
@@ -18,7 +18,7 @@ using tolmocomm::TolmoComm;
 using tolmocomm::TolmoDirective;
 using tolmocomm::TolmoEvent;
 using tolmocomm::TolmoEventResult;
-using vemo::test::ScriptedCloud;
+using vemo::test::HttpsTestServer;
 
 const char kNs[] = "RA.Tolmo.SecureAggregationSessionController";
 const char kEvents[] = "/v20160207/events";
@@ -81,7 +81,7 @@ class TolmoCommTest : public ::testing::Test {
 
     vemo::test::TempDeviceRoot root;
     vemo::test::TestPki pki{root.root() + "/pki"};
-    ScriptedCloud cloud{pki.serverCert(), pki.serverKey()};
+    HttpsTestServer cloud{pki.serverCert(), pki.serverKey()};
     hostlog::LogCapture logs;
     Inbox<TolmoEventResult> results;
     Inbox<TolmoDirective> directives;
@@ -101,7 +101,7 @@ TEST_F(TolmoCommTest, PostsEventsAndMapsTheCloudsAnswersToResultCodes) {
         {{}, 302, TolmoEventResult::kNotDelivered, 1},
     };
     for (size_t i = 0; i < std::size(cases); ++i) {
-        cloud.answerPosts(cases[i].then, cases[i].first);
+        cloud.respondWith(cases[i].then, "{}", cases[i].first);
         TolmoComm comm(fast());
         comm.sendEvent(event("{\"v\":1}"), collect());
         const TolmoEventResult result = results.waitFor(i + 1).at(i);
@@ -114,14 +114,14 @@ TEST_F(TolmoCommTest, PostsEventsAndMapsTheCloudsAnswersToResultCodes) {
                                     "\",\"name\":\"ParticipationRequest\",\"messageId\":\"" +
                                     result.getMessageId() +
                                     "\",\"payloadVersion\":\"1\"},\"payload\":\"{\\\"v\\\":1}\"}}");
-            EXPECT_EQ(one.token, "device-token");
+            EXPECT_EQ(one.header("x-qzt-access-token"), "device-token");
         }
     }
     EXPECT_EQ(cloud.requestsTo(kEvents).size(), 1u + 2 + 1 + 1 + 3 + 1);
 }
 
 TEST_F(TolmoCommTest, SendsNothingToAnUnusableOrUntrustedCloud) {
-    ScriptedCloud impostor(pki.foreignServerCert(), pki.foreignServerKey());
+    HttpsTestServer impostor(pki.foreignServerCert(), pki.foreignServerKey());
     const std::string port = cloud.baseUrl().substr(cloud.baseUrl().rfind(':'));
     for (const std::string& url : {"http://127.0.0.1" + port, std::string(), impostor.baseUrl()}) {
         pointAt(url);
@@ -147,7 +147,7 @@ TEST_F(TolmoCommTest, AFullQueueIsAnsweredBeforeSendEventReturns) {
     TolmoComm::Options options = fast();
     options.queueCapacity = 2;
     TolmoComm comm(options);
-    cloud.holdPosts(true);
+    cloud.holdAnswers();
     comm.sendEvent(event("1"), collect());
     ASSERT_TRUE(cloud.waitForRequests(kEvents, 1, 20s));
     comm.sendEvent(event("2"), collect());
@@ -155,7 +155,7 @@ TEST_F(TolmoCommTest, AFullQueueIsAnsweredBeforeSendEventReturns) {
     int overflow = -1;
     comm.sendEvent(event("4"), [&](const TolmoEventResult& r) { overflow = r.getResultCode(); });
     EXPECT_EQ(overflow, TolmoEventResult::kNotDelivered);
-    cloud.holdPosts(false);
+    cloud.release();
     for (const auto& result : results.waitFor(3)) {
         EXPECT_EQ(result.getResultCode(), TolmoEventResult::kDelivered);
     }
@@ -177,7 +177,7 @@ TEST_F(TolmoCommTest, HandsSubscribedDirectivesInOrderAndAcknowledgesThem) {
     const auto polls = cloud.requestsTo(kPolls);
     EXPECT_EQ(polls[0].query, "after=0");
     EXPECT_EQ(polls[1].query, "after=3");
-    EXPECT_EQ(polls[1].token, "device-token");
+    EXPECT_EQ(polls[1].header("x-qzt-access-token"), "device-token");
     EXPECT_EQ(
         logs.count("TolmoComm", "No handler for directive " + std::string(kNs) + "/SomethingElse"),
         1u);
@@ -223,7 +223,7 @@ TEST_F(TolmoCommTest, ShutdownEndsAPollAndARetryInFlightAtOnce) {
     TolmoComm::Options options = fast();
     options.retryBase = options.retryMax = options.pollTimeout = 60s;
     cloud.setPollHold(60s);
-    cloud.answerPosts(503);
+    cloud.respondWith(503, "{}");
     TolmoComm comm(options);
     subscribe(comm);
     ASSERT_TRUE(cloud.waitForRequests(kPolls, 1, 20s));
