@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <limits>
 
 namespace secagg {
@@ -11,11 +12,8 @@ std::string base64UrlEncode(const uint8_t* data, size_t size) {
     // EVP_EncodeBlock takes an int length; encode in slices of whole triples.
     constexpr size_t kSlice = 3u << 20;
     std::string buffer;
-    for (size_t done = 0; done < size || (size == 0 && done == 0); done += kSlice) {
+    for (size_t done = 0; done < size; done += kSlice) {
         const size_t n = std::min(kSlice, size - done);
-        if (n == 0) {
-            break;
-        }
         buffer.resize(4 * ((n + 2) / 3) + 1);
         const int written = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&buffer[0]),
                                             data + done, static_cast<int>(n));

@@ -15,6 +15,12 @@ void countMetric(const char* name) {
     fact::FactHeartbeatMetric::GetInstance().addCount(name);
 }
 
+void releaseString(char* cstr) {
+    if (cstr != nullptr) {
+        vemoDestroyString(cstr);
+    }
+}
+
 }  // namespace
 
 void vemoCoreLogCallback(VemoLogLevel level, const char* text) {
@@ -88,6 +94,8 @@ int VemoCoreWrapper::flgrInitiateNewRequest(const std::string& applicationId,
         vemoHandleFlgrInitiateNewRequest(handle_, applicationId.c_str(), blob.data(), blob.size(),
                                          scaleValue, metadata.c_str(), &cstr);
     if (code != 0 || cstr == nullptr) {
+        // A string handed out with a failure code (an eviction) is still ours.
+        releaseString(cstr);
         throw std::runtime_error("vemoHandleFlgrInitiateNewRequest failed");
     }
     out = cstr;
@@ -108,6 +116,7 @@ int VemoCoreWrapper::integralInitiateNewRequest(const std::string& name, const i
         countMetric("VemoOldRequestEvicted");
     } else if (code != 0 || cstr == nullptr) {
         countMetric("ParticipationRequestError");
+        releaseString(cstr);
         throw std::runtime_error("vemoHandleIntegralInitiateNewRequest failed");
     }
     // The core promises a string with code 5; a null one is taken as empty
@@ -142,7 +151,7 @@ void vemoFlgrResultCallback(VemoFlgrResult result, void* userdata) {
         logger.e("%s:Could not cast userdata to VemoCoreWrapper", "vemoFlgrResultCallback");
         return;
     }
-    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->flgrResultCallback();
+    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->flgrResultCallback_;
     if (callback) {
         callback(result);
     }
@@ -153,7 +162,7 @@ void vemoIntegralResultCallback(VemoIntegralResult result, void* userdata) {
         logger.e("%s:Could not cast userdata to VemoCoreWrapper", "vemoIntegralResultCallback");
         return;
     }
-    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->integralResultCallback();
+    const auto& callback = static_cast<VemoCoreWrapper*>(userdata)->integralResultCallback_;
     if (callback) {
         callback(result);
     }

@@ -49,15 +49,10 @@ class VemoCoreWrapper {
     // eviction, 1 invalid argument, 6 any other failure).
     VemoStatus mask(const std::string& directive);
 
-    // For the trampolines below.
-    const std::function<void(VemoFlgrResult)>& flgrResultCallback() const {
-        return flgrResultCallback_;
-    }
-    const std::function<void(VemoIntegralResult)>& integralResultCallback() const {
-        return integralResultCallback_;
-    }
-
   private:
+    friend void vemoFlgrResultCallback(VemoFlgrResult result, void* userdata);
+    friend void vemoIntegralResultCallback(VemoIntegralResult result, void* userdata);
+
     std::function<void(VemoFlgrResult)> flgrResultCallback_;
     std::function<void(VemoIntegralResult)> integralResultCallback_;
     VemoHandle handle_ = nullptr;

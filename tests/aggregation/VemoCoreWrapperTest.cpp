@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <hostlog/LogCapture.h>
 
+#include <cstring>
+#include <functional>
 #include <stdexcept>
 
 #include "ScriptedCore.h"
@@ -17,6 +19,16 @@ namespace {
 using test::ScriptedCore;
 
 const char kTag[] = "Vemo:VemoCoreWrapper";
+
+// The text of the runtime_error `call` throws; empty when it returns.
+std::string thrown(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+    return "";
+}
 
 class VemoCoreWrapperTest : public ::testing::Test {
   protected:
@@ -51,12 +63,7 @@ TEST_F(VemoCoreWrapperTest, EachFailedConstructionStepThrowsItsTextAndCountsItsM
         core().reset();
         script([&](ScriptedCore::Codes& c) { c.*row.code = 3; });
         const int32_t before = count(row.metric);
-        try {
-            VemoCoreWrapper wrapper;
-            ADD_FAILURE() << row.text;
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(row.text, e.what());
-        }
+        EXPECT_EQ(row.text, thrown([] { VemoCoreWrapper wrapper; }));
         EXPECT_EQ(before + 1, count(row.metric)) << row.metric;
         EXPECT_TRUE(core().calls().destroyed.empty());
     }
@@ -68,11 +75,8 @@ TEST_F(VemoCoreWrapperTest, CreatesWithTheDefaultWordsAndItsOwnAddressAndDestroy
         const auto calls = core().calls();
         EXPECT_EQ(VEMO_LOG_VERBOSE, calls.logMaxLevel);
         EXPECT_EQ(&wrapper, calls.userdata);
-        const VemoCoreConfig& c = calls.config;
-        EXPECT_EQ(
-            (std::vector<uint32_t>{0, 12, 1, 12, 1, 0}),
-            (std::vector<uint32_t>{static_cast<uint32_t>(c.preferredProtocol), c.pendingCapacity,
-                                   c.stage, c.mostNeighbours, c.fewestNeighbours, c.reserved}));
+        const VemoCoreConfig expected{VEMO_PROTOCOL_AES128CTR, 12, 1, 12, 1, 0};
+        EXPECT_EQ(0, std::memcmp(&expected, &calls.config, sizeof expected));
     }
     EXPECT_EQ(std::vector<VemoHandle>{core().handle()}, core().calls().destroyed);
 }
@@ -123,12 +127,8 @@ TEST_F(VemoCoreWrapperTest, IntegralRequestCodes) {
         core().setInitiateOutput("kept", row.present);
         out = "old";
         const int32_t before = count("ParticipationRequestError");
-        try {
-            wrapper.integralInitiateNewRequest("n", data, 2, "s", out);
-            ADD_FAILURE() << row.text;
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(row.text, e.what());
-        }
+        EXPECT_EQ(row.text,
+                  thrown([&] { wrapper.integralInitiateNewRequest("n", data, 2, "s", out); }));
         EXPECT_EQ(before + 1, count("ParticipationRequestError"));
         EXPECT_EQ(row.out, out);
     }
@@ -145,16 +145,8 @@ TEST_F(VemoCoreWrapperTest, FlgrRequestThrowsOnAnyNonZeroCodeIncludingEviction) 
     EXPECT_EQ("meta", calls.flgrMetadata.back());
     for (int code : {5, 1}) {
         script([&](ScriptedCore::Codes& c) { c.flgrInitiate = code; });
-        EXPECT_THROW(
-            {
-                try {
-                    wrapper.flgrInitiateNewRequest("app", {1, 2, 3, 4}, 0.5f, "meta", out);
-                } catch (const std::runtime_error& e) {
-                    EXPECT_STREQ("vemoHandleFlgrInitiateNewRequest failed", e.what());
-                    throw;
-                }
-            },
-            std::runtime_error);
+        EXPECT_EQ("vemoHandleFlgrInitiateNewRequest failed",
+                  thrown([&] { wrapper.flgrInitiateNewRequest("app", {1}, 0.5f, "meta", out); }));
     }
 }
 
@@ -178,24 +170,20 @@ TEST_F(VemoCoreWrapperTest, ResultsReachTheSetCallbackAndNullUserdataIsLogged) {
 
     vemoIntegralResultCallback(VemoIntegralResult{}, nullptr);
     vemoFlgrResultCallback(VemoFlgrResult{}, nullptr);
-    EXPECT_TRUE(
-        log.contains(ANDROID_LOG_ERROR, kTag,
-                     "vemoIntegralResultCallback:Could not cast userdata to VemoCoreWrapper"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "vemoFlgrResultCallback:Could not cast userdata to VemoCoreWrapper"));
+    for (const char* tag : {"vemoIntegralResultCallback", "vemoFlgrResultCallback"}) {
+        EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
+                                 std::string(tag) + ":Could not cast userdata to VemoCoreWrapper"));
+    }
     EXPECT_EQ(2u, seen.size());
 }
 
 TEST_F(VemoCoreWrapperTest, CoreLogLevelsMapToPrioritiesAndUnknownLevelsAreErrors) {
     VemoCoreWrapper wrapper;
     hostlog::LogCapture log;
-    const std::pair<int, int> levels[] = {
-        {1, ANDROID_LOG_ERROR}, {2, ANDROID_LOG_WARN},    {3, ANDROID_LOG_INFO},
-        {4, ANDROID_LOG_DEBUG}, {5, ANDROID_LOG_VERBOSE},
-    };
-    for (const auto& [level, priority] : levels) {
+    // Levels 1 (error) to 5 (verbose) are Android's priorities 6 to 2.
+    for (int level = 1; level <= 5; ++level) {
         ASSERT_TRUE(core().log(static_cast<VemoLogLevel>(level), "f:line"));
-        EXPECT_EQ(priority, log.entries().back().priority) << level;
+        EXPECT_EQ(7 - level, log.entries().back().priority) << level;
         EXPECT_EQ("f:line", log.entries().back().message);
     }
     for (int level : {0, 6}) {

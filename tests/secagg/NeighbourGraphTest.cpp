@@ -7,7 +7,7 @@
 namespace secagg {
 namespace {
 
-TEST(NeighbourGraphTest, SymmetricConnectedAndOfTheRightDegree) {
+TEST(NeighbourGraphTest, ShuffledSymmetricAndOfTheRightDegree) {
     struct Case {
         size_t members;
         unsigned k;
@@ -28,32 +28,13 @@ TEST(NeighbourGraphTest, SymmetricConnectedAndOfTheRightDegree) {
                 EXPECT_TRUE(std::binary_search(graph[j].begin(), graph[j].end(), i));
             }
         }
-        std::vector<bool> reached(c.members, false);
-        std::vector<size_t> todo{0};
-        reached[0] = true;
-        while (!todo.empty()) {
-            const size_t at = todo.back();
-            todo.pop_back();
-            for (size_t j : graph[at]) {
-                if (!reached[j]) {
-                    reached[j] = true;
-                    todo.push_back(j);
-                }
-            }
-        }
-        EXPECT_EQ(c.members, static_cast<size_t>(std::count(reached.begin(), reached.end(), true)));
     }
-}
-
-TEST(NeighbourGraphTest, TheRingIsShuffled) {
-    // Unshuffled, member 0's neighbours would always be 1, 2 and the last two.
-    const auto first = neighbourGraph(200, 4);
-    bool differs = false;
-    for (int attempt = 0; attempt < 3 && !differs; ++attempt) {
-        differs = neighbourGraph(200, 4)[0] != first[0] ||
-                  first[0] != std::vector<size_t>{1, 2, 198, 199};
+    // Unshuffled, member 0 would always sit between 1, 2 and the last two.
+    bool shuffled = false;
+    for (int i = 0; i < 3 && !shuffled; ++i) {
+        shuffled = neighbourGraph(200, 4)[0] != std::vector<size_t>{1, 2, 198, 199};
     }
-    EXPECT_TRUE(differs);
+    EXPECT_TRUE(shuffled);
 }
 
 }  // namespace

@@ -76,8 +76,9 @@ int CoreHandle::initiate(secagg::Kind kind, const char* name, const char* second
         coreLog(VEMO_LOG_ERROR, "%s:request could not be written", function);
         return 1;
     }
-    char* copy = copyOut(text);
-    if (copy == nullptr) {
+    // Freed here unless handed out, should the table's insertion throw.
+    std::unique_ptr<char, decltype(&std::free)> copy(copyOut(text), &std::free);
+    if (!copy) {
         coreLog(VEMO_LOG_ERROR, "%s:out of memory", function);
         return 1;
     }
@@ -93,7 +94,7 @@ int CoreHandle::initiate(secagg::Kind kind, const char* name, const char* second
         pending_.push_back(std::move(request));
         index_[pending_.back()->id] = std::prev(pending_.end());
     }
-    *out = copy;
+    *out = copy.release();
     if (evicted) {
         coreLog(VEMO_LOG_WARNING, "%s:request %s evicted for %s (capacity %u)", function,
                 shortId(evicted->id).c_str(), id.c_str(), limits_.capacity);

@@ -13,6 +13,13 @@
 #include "CoreHandle.h"
 #include "CoreLog.h"
 
+// The records are made of 32-bit words on the device, where pointers are 32
+// bits wide.
+static_assert(sizeof(VemoCoreConfig) == 6 * 4, "VemoCoreConfig is six words");
+static_assert(sizeof(void*) != 4 || sizeof(VemoIntegralResult) == 5 * 4, "five words");
+static_assert(sizeof(void*) != 4 || sizeof(VemoFlgrResult) == 5 * 4, "five words");
+static_assert(sizeof(VemoHandle) == sizeof(void*), "the handle is one pointer-sized word");
+
 struct VemoCoreHandle : vemocore::CoreHandle {
     using CoreHandle::CoreHandle;
 };

@@ -8,39 +8,46 @@
 namespace vemocore {
 namespace test {
 
-CoreDevice::CoreDevice(const VemoCoreConfig& config) {
+CoreDevice::CoreDevice(std::chrono::milliseconds delay) : delay_(delay) {
+    const VemoCoreConfig config{VEMO_PROTOCOL_AES128CTR, 12, 1, 12, 1, 0};
     EXPECT_EQ(0, vemoHandleCreate(&config, this, &handle));
-    EXPECT_EQ(0, vemoHandleRegisterIntegralResultCallback(handle, onIntegral));
-    EXPECT_EQ(0, vemoHandleRegisterFlgrResultCallback(handle, onFlgr));
+    vemoHandleRegisterIntegralResultCallback(handle, [](VemoIntegralResult r, void* self) {
+        static_cast<CoreDevice*>(self)->record(
+            reinterpret_cast<const uint32_t*>(r.maskedData), r.count,
+            std::string(r.firstText) + "|" + r.secondText + "|" + r.thirdText);
+    });
+    // The test hosts are little-endian, so a blob's bytes are its words.
+    vemoHandleRegisterFlgrResultCallback(handle, [](VemoFlgrResult r, void* self) {
+        static_cast<CoreDevice*>(self)->record(
+            reinterpret_cast<const uint32_t*>(r.blob), r.length / 4,
+            std::string(r.applicationId) + "|" + r.metadata + "|" + r.cohortId);
+    });
 }
 
-secagg::ParticipationRequest CoreDevice::initiate(const std::vector<int32_t>& data, int& code,
-                                                  const std::string& name,
-                                                  const std::string& second) {
+secagg::ParticipationRequest CoreDevice::initiate(const std::vector<int32_t>& data, int& code) {
     char* out = nullptr;
-    code = vemoHandleIntegralInitiateNewRequest(handle, name.c_str(), data.data(),
-                                                static_cast<unsigned>(data.size()), second.c_str(),
-                                                &out);
-    secagg::ParticipationRequest request;
-    if (out != nullptr) {
-        std::string error;
-        EXPECT_TRUE(secagg::parseParticipationRequest(out, request, error)) << error;
-        vemoDestroyString(out);
-    }
-    return request;
+    code = vemoHandleIntegralInitiateNewRequest(handle, "app", data.data(),
+                                                static_cast<unsigned>(data.size()), "meta", &out);
+    return parsed(out);
 }
 
 secagg::ParticipationRequest CoreDevice::initiateFlgr(const std::vector<float>& values,
                                                       float scale) {
     std::vector<uint8_t> blob(values.size() * 4);
-    std::memcpy(blob.data(), values.data(), blob.size());  // the test hosts are little-endian
+    std::memcpy(blob.data(), values.data(), blob.size());
     char* out = nullptr;
     EXPECT_EQ(0, vemoHandleFlgrInitiateNewRequest(handle, "app", blob.data(), blob.size(), scale,
                                                   "meta", &out));
+    return parsed(out);
+}
+
+secagg::ParticipationRequest CoreDevice::parsed(char* out) {
     secagg::ParticipationRequest request;
     std::string error;
-    EXPECT_TRUE(out != nullptr && secagg::parseParticipationRequest(out, request, error)) << error;
-    vemoDestroyString(out);
+    if (out != nullptr) {
+        EXPECT_TRUE(secagg::parseParticipationRequest(out, request, error)) << error;
+        vemoDestroyString(out);
+    }
     return request;
 }
 
@@ -53,36 +60,22 @@ std::vector<Received> CoreDevice::finish() {
     return received_;
 }
 
-void CoreDevice::onIntegral(VemoIntegralResult result, void* userdata) {
-    auto* device = static_cast<CoreDevice*>(userdata);
-    Received r;
-    r.words.assign(result.maskedData, result.maskedData + result.count);
-    r.first = result.firstText;
-    r.second = result.secondText;
-    r.third = result.thirdText;
-    r.thread = std::this_thread::get_id();
-    std::lock_guard<std::mutex> guard(device->lock_);
-    device->received_.push_back(std::move(r));
+size_t CoreDevice::delivered() {
+    std::lock_guard<std::mutex> guard(lock_);
+    return received_.size();
 }
 
-void CoreDevice::onFlgr(VemoFlgrResult result, void* userdata) {
-    auto* device = static_cast<CoreDevice*>(userdata);
-    Received r;
-    r.blob.assign(result.blob, result.blob + result.length);
-    r.first = result.applicationId;
-    r.second = result.metadata;
-    r.third = result.cohortId;
-    r.thread = std::this_thread::get_id();
-    std::lock_guard<std::mutex> guard(device->lock_);
-    device->received_.push_back(std::move(r));
+void CoreDevice::record(const uint32_t* words, size_t count, const std::string& texts) {
+    std::this_thread::sleep_for(delay_);
+    std::lock_guard<std::mutex> guard(lock_);
+    received_.push_back({{words, words + count}, texts, std::this_thread::get_id()});
 }
 
 secagg::MaskDirective directiveFor(const secagg::ParticipationRequest& request,
-                                   const secagg::SessionId& session,
                                    std::vector<secagg::PublicKey> neighbours) {
     secagg::MaskDirective d;
     d.requestId = request.requestId;
-    d.sessionId = session;
+    RAND_bytes(d.sessionId.data(), static_cast<int>(d.sessionId.size()));
     d.kind = request.kind;
     d.name = request.name;
     d.secondName = request.secondName;
@@ -90,12 +83,6 @@ secagg::MaskDirective directiveFor(const secagg::ParticipationRequest& request,
     d.cohortId = "cohort-7";
     d.neighbours = std::move(neighbours);
     return d;
-}
-
-secagg::SessionId randomSession() {
-    secagg::SessionId session{};
-    RAND_bytes(session.data(), static_cast<int>(session.size()));
-    return session;
 }
 
 }  // namespace test

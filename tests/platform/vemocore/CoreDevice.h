@@ -1,7 +1,8 @@
 #pragma once
 // One in-process device for the core's tests: a real handle whose results are
-// recorded, and helpers that play the cloud's side of a session.
+// recorded, and the cloud's side of a session.
 
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -15,43 +16,38 @@ namespace vemocore {
 namespace test {
 
 struct Received {
-    std::vector<int32_t> words;  // integral results
-    std::vector<uint8_t> blob;   // FLGR results
-    std::string first, second, third;
+    std::vector<uint32_t> words;  // integral results, or FLGR blobs read as words
+    std::string texts;            // the record's three texts, joined by "|"
     std::thread::id thread;
 };
 
 class CoreDevice {
   public:
-    explicit CoreDevice(const VemoCoreConfig& config = {VEMO_PROTOCOL_AES128CTR, 12, 1, 12, 1, 0});
+    // Each delivery takes `delay` before it is recorded.
+    explicit CoreDevice(std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     ~CoreDevice() { finish(); }
 
-    // Initiates an integral request; the code goes to `code`, the parsed
-    // request is returned (default when the core gave no text).
-    secagg::ParticipationRequest initiate(const std::vector<int32_t>& data, int& code,
-                                          const std::string& name = "app",
-                                          const std::string& second = "meta");
+    // The core's code goes to `code`; the request is parsed from its text.
+    secagg::ParticipationRequest initiate(const std::vector<int32_t>& data, int& code);
     secagg::ParticipationRequest initiateFlgr(const std::vector<float>& values, float scale);
-
     // Destroys the handle (waiting for deliveries) and returns what arrived.
     std::vector<Received> finish();
+    size_t delivered();
 
     VemoHandle handle = nullptr;
 
   private:
-    static void onIntegral(VemoIntegralResult result, void* userdata);
-    static void onFlgr(VemoFlgrResult result, void* userdata);
+    secagg::ParticipationRequest parsed(char* out);
+    void record(const uint32_t* words, size_t count, const std::string& texts);
 
+    const std::chrono::milliseconds delay_;
     std::mutex lock_;
     std::vector<Received> received_;  // guarded by lock_
 };
 
-// The directive the cloud sends to `request`'s device.
+// The directive the cloud sends for `request`.
 secagg::MaskDirective directiveFor(const secagg::ParticipationRequest& request,
-                                   const secagg::SessionId& session,
                                    std::vector<secagg::PublicKey> neighbours);
-
-secagg::SessionId randomSession();
 
 }  // namespace test
 }  // namespace vemocore

@@ -17,7 +17,7 @@ namespace {
 
 struct Session {
     std::vector<std::vector<uint32_t>> masked;
-    std::vector<std::vector<uint8_t>> blobs;
+    std::string texts;  // of the first member's result
 };
 
 // Every device initiates, the cloud links them and sends each its directive,
@@ -31,14 +31,15 @@ Session play(size_t members,
         requests.push_back(start(*devices.back()));
     }
     const auto graph = secagg::neighbourGraph(members, 12);
-    const secagg::SessionId session = randomSession();
+    const secagg::MaskDirective shared = directiveFor(requests[0], {});
     for (size_t i = 0; i < members; ++i) {
         std::vector<secagg::PublicKey> neighbours;
         for (size_t j : graph[i]) {
             neighbours.push_back(requests[j].publicKey);
         }
-        const std::string text =
-            secagg::writeMaskDirective(directiveFor(requests[i], session, neighbours));
+        secagg::MaskDirective d = directiveFor(requests[i], neighbours);
+        d.sessionId = shared.sessionId;
+        const std::string text = secagg::writeMaskDirective(d);
         EXPECT_EQ(0, vemoHandleMask(devices[i]->handle, text.c_str()));
     }
     Session out;
@@ -49,10 +50,8 @@ Session play(size_t members,
             continue;
         }
         EXPECT_NE(std::this_thread::get_id(), received[0].thread);
-        EXPECT_EQ("cohort-7", received[0].third);
-        const auto& words = received[0].words;
-        out.masked.emplace_back(words.begin(), words.end());
-        out.blobs.push_back(received[0].blob);
+        out.texts = received[0].texts;
+        out.masked.push_back(received[0].words);
     }
     return out;
 }
@@ -75,11 +74,13 @@ TEST(VemoCoreCohortTest, MasksCancelInTheSumAndTheChecksumCatchesFaults) {
         size_t next = 0;
         const Session s = play(members, [&](CoreDevice& device) {
             int code = -1;
-            auto request = device.initiate(inputs[next++], code, "app", "{\"c\":1}");
+            auto request = device.initiate(inputs[next++], code);
             EXPECT_EQ(0, code);
             return request;
         });
         ASSERT_EQ(members, s.masked.size());
+        // First the metadata, then the application id: the upload's order.
+        EXPECT_EQ("meta|app|cohort-7", s.texts);
         std::vector<uint32_t> sum(41, 0);
         for (size_t i = 0; i < members; ++i) {
             EXPECT_NE(std::vector<uint32_t>(inputs[i].begin(), inputs[i].end()), s.masked[i]);
@@ -110,14 +111,12 @@ TEST(VemoCoreCohortTest, GradientBlobsAreQuantisedThenMasked) {
         EXPECT_EQ(100.0f, request.scale);
         return request;
     });
-    ASSERT_EQ(3u, s.blobs.size());
+    ASSERT_EQ(3u, s.masked.size());
+    EXPECT_EQ("app|meta|cohort-7", s.texts);
     std::vector<uint32_t> sum(values.size(), 0);
-    for (const auto& blob : s.blobs) {
-        ASSERT_EQ(values.size() * 4, blob.size());
-        for (size_t i = 0; i < values.size(); ++i) {
-            sum[i] += blob[4 * i] | blob[4 * i + 1] << 8 | blob[4 * i + 2] << 16 |
-                      static_cast<uint32_t>(blob[4 * i + 3]) << 24;
-        }
+    for (const auto& words : s.masked) {
+        ASSERT_EQ(values.size(), words.size());
+        secagg::addInto(sum.data(), words.data(), sum.size());
     }
     for (size_t i = 0; i < values.size(); ++i) {
         EXPECT_EQ(3u * static_cast<uint32_t>(quantised[i]), sum[i]) << i;
