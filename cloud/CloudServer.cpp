@@ -1,6 +1,10 @@
 #include "CloudServer.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include <exception>
 
@@ -63,6 +67,15 @@ bool CloudServer::bind(std::string& error) {
     server_->set_read_timeout(5, 0);
     server_->set_write_timeout(5, 0);
     server_->set_keep_alive_timeout(5);
+    // The library listens with a backlog of 5, which drops connections when
+    // a fleet connects at once; the listening socket is caught here and its
+    // backlog raised once bound (listen again only resizes the queue).
+    int listenFd = -1;
+    server_->set_socket_options([&listenFd](socket_t sock) {
+        int yes = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        listenFd = sock;
+    });
     routes();
     port_ = config_.port == 0
                 ? server_->bind_to_any_port(config_.host.c_str())
@@ -70,6 +83,9 @@ bool CloudServer::bind(std::string& error) {
     if (port_ < 0) {
         error = "cannot listen on " + config_.host + ":" + std::to_string(config_.port);
         return false;
+    }
+    if (listenFd >= 0 && ::listen(listenFd, kListenBacklog) != 0) {
+        logger.w("%s:listen backlog stays at the library's: %s", "bind", std::strerror(errno));
     }
     return true;
 }

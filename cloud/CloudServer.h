@@ -42,6 +42,7 @@ struct ServerConfig {
 class CloudServer {
   public:
     static constexpr size_t kMaxUploadBytes = size_t{16} << 20;
+    static constexpr int kListenBacklog = 1024;
 
     CloudServer(ServerConfig config, CloudStore& store, SessionController& controller,
                 Ingestion& ingestion, const CampaignCatalog& catalog);

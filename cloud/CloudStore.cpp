@@ -1,5 +1,9 @@
 #include "CloudStore.h"
 
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <unistd.h>
+
 #include <cstring>
 
 namespace vemo {
@@ -34,9 +38,26 @@ std::vector<uint32_t> unpackWords(const std::string& bytes) {
     return words;
 }
 
+// Tokens are kept as SHA-256 digests: a copy of the database does not let
+// anyone speak for a device.
+std::string tokenDigest(const std::string& token) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (EVP_Digest(token.data(), token.size(), digest, &size, EVP_sha256(), nullptr) != 1) {
+        throw StoreError("SHA-256 failed");
+    }
+    static const char* hex = "0123456789abcdef";
+    std::string out;
+    for (unsigned int i = 0; i < size; ++i) {
+        out += hex[digest[i] >> 4];
+        out += hex[digest[i] & 0xf];
+    }
+    return out;
+}
+
 constexpr const char* kSchema = R"SQL(
 CREATE TABLE IF NOT EXISTS devices(
-    token TEXT PRIMARY KEY, device_id TEXT NOT NULL);
+    token_sha256 TEXT PRIMARY KEY, device_id TEXT NOT NULL);
 CREATE TABLE IF NOT EXISTS events(
     device_id TEXT NOT NULL, message_id TEXT NOT NULL, namespace TEXT, name TEXT,
     received_ms INTEGER, PRIMARY KEY(device_id, message_id));
@@ -156,6 +177,14 @@ class CloudStore::Transaction {
 };
 
 CloudStore::CloudStore(const std::string& path) {
+    // A new database is readable by its owner only; SQLite gives its WAL and
+    // shared-memory files the same mode.
+    if (!path.empty() && path != ":memory:") {
+        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
     if (sqlite3_open_v2(path.c_str(), &db_,
                         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
                         nullptr) != SQLITE_OK) {
@@ -196,8 +225,8 @@ void CloudStore::registerDevices(
     std::lock_guard<std::mutex> lock(mutex_);
     Transaction tx(*this);
     for (const auto& entry : tokenToDevice) {
-        Statement(db_, "INSERT OR REPLACE INTO devices(token, device_id) VALUES(?, ?)")
-            .bind(entry.first)
+        Statement(db_, "INSERT OR REPLACE INTO devices(token_sha256, device_id) VALUES(?, ?)")
+            .bind(tokenDigest(entry.first))
             .bind(entry.second)
             .run();
     }
@@ -206,8 +235,8 @@ void CloudStore::registerDevices(
 
 std::optional<std::string> CloudStore::deviceForToken(const std::string& token) {
     std::lock_guard<std::mutex> lock(mutex_);
-    Statement q(db_, "SELECT device_id FROM devices WHERE token = ?");
-    q.bind(token);
+    Statement q(db_, "SELECT device_id FROM devices WHERE token_sha256 = ?");
+    q.bind(tokenDigest(token));
     if (q.step()) {
         return q.text(0);
     }

@@ -1,11 +1,14 @@
 #include "CommandLine.h"
 
 #include <signal.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <exception>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -92,6 +95,23 @@ bool CommandLine::parse(const std::vector<std::string>& args, CloudOptions& out,
             positional.push_back(flag);
             continue;
         }
+        static const char* const kFlags[] = {"--listen",
+                                             "--cert",
+                                             "--key",
+                                             "--db",
+                                             "--campaigns",
+                                             "--devices",
+                                             "--analyst-token",
+                                             "--min-cohort",
+                                             "--max-cohort",
+                                             "--cohort-window",
+                                             "--session-deadline",
+                                             "--neighbours",
+                                             "--poll-seconds"};
+        if (std::find(std::begin(kFlags), std::end(kFlags), flag) == std::end(kFlags)) {
+            error = "unknown flag " + flag;
+            return false;
+        }
         if (i + 1 >= args.size()) {
             error = flag + " needs a value";
             return false;
@@ -147,9 +167,6 @@ bool CommandLine::parse(const std::vector<std::string>& args, CloudOptions& out,
             out.devicesFile = value;
         } else if (flag == "--analyst-token") {
             out.analystToken = value;
-        } else {
-            error = "unknown flag " + flag;
-            return false;
         }
     }
     if (out.report) {
@@ -202,6 +219,11 @@ bool CommandLine::readDevices(const std::string& path,
 }
 
 int CommandLine::report(const CloudOptions& options) {
+    // Opening would create an empty database under a mistyped name.
+    if (access(options.dbPath.c_str(), R_OK) != 0) {
+        std::fprintf(stderr, "vemo_cloud: no database at %s\n", options.dbPath.c_str());
+        return 1;
+    }
     CloudStore store(options.dbPath);
     const CampaignCatalog catalog(options.campaignsDir);
     CampaignResults results;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -149,10 +150,12 @@ int CloudTestDevice::requestParticipation(CloudClient& cloud, const std::vector<
 bool CloudTestDevice::receiveDirective(CloudClient& cloud) {
     // As a device does: ask again after an empty answer, back off after 503.
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::chrono::milliseconds backoff(25);
     while (std::chrono::steady_clock::now() < until) {
         const auto result = cloud.get("/v20160207/directives?after=0", token_);
         if (result && result->status == 503) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            backoff = std::min(backoff * 2, std::chrono::milliseconds(1000));
+            std::this_thread::sleep_for(backoff);
             continue;
         }
         if (!result || result->status != 200) {
