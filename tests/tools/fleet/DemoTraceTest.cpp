@@ -51,7 +51,7 @@ TEST(DemoTraceTest, OneDevicesTraceCountsExactlyTheTruth) {
     test::TempDeviceRoot root;
     root.writeBuildProps(
         {{"ro.product.config.type", "DEMOSPEAKER"}, {"ro.product.locale", "en-US"}});
-    const std::string campaign = kExamples + "/demo/home_activity.json";
+    const std::string campaign = kExamples + "/campaigns/home_activity.json";
     const std::string usage = kExamples + "/demo/usage.json";
     TraceGenerator::Options options;
     options.devices = 3;
@@ -101,7 +101,7 @@ TEST(DemoTraceTest, OneDevicesTraceCountsExactlyTheTruth) {
 
 TEST(DemoTraceTest, CampaignsAndModelsATraceCannotServeAreRefused) {
     test::TempDeviceRoot root;
-    const std::string campaign = readFile(kExamples + "/demo/home_activity.json");
+    const std::string campaign = readFile(kExamples + "/campaigns/home_activity.json");
     const std::string usage = readFile(kExamples + "/demo/usage.json");
     const struct {
         std::string campaign;
