@@ -16,10 +16,14 @@ target_include_directories(vemo_rapidjson SYSTEM INTERFACE ${RAPIDJSON_INCLUDE_D
 target_compile_definitions(vemo_rapidjson INTERFACE RAPIDJSON_HAS_STDSTRING=1)
 add_compile_options("-DRAPIDJSON_ALIGN(x)=(((x)+static_cast<size_t>(7u))&~static_cast<size_t>(7u))")
 
+# The cloud serves HTTPS with cpp-httplib and keeps its state in SQLite; the
+# tests' HTTPS servers use cpp-httplib too.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+find_package(SQLite3 REQUIRED)
+
 if(VEMO_BUILD_TESTS)
     find_package(GTest REQUIRED)
-    find_package(PkgConfig REQUIRED)
-    pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
     include(GoogleTest)
 endif()
 if(VEMO_BUILD_BENCHMARKS)
