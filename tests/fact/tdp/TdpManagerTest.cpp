@@ -115,6 +115,11 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
     std::string duplicate = basic;  // a timer that ends as it starts
     duplicate.replace(duplicate.find("TIMER_STATE_IDLE"), 16, "TIMER_STATE_RINGING");
     const Lines disabling = debug("Disabling Telemetry Data Producer due to empty configuration.");
+    // A sticky member that the schema's pattern "additionalProperties" matches.
+    const std::string patternNamed =
+        R"({"version":"1","ecs_sensory_events":{"event_emit_criteria":[],"output_priority":["p"],)"
+        R"("sticky_signal_config":{"additionalProperties":{"start_transition":[],)"
+        R"("end_transition":[]}},"passthrough_config":{}}})";
     const struct {
         const char* producer;
         std::string config;
@@ -139,6 +144,7 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
          R"("sticky_signal_config":{}}})",
          1, true, invalid("/ecs_sensory_events", "required")},
         {kProducer, duplicate, 1, false, error("Could not set configuration: " + duplicate)},
+        {kProducer, patternNamed, 1, false, error("Could not set configuration: " + patternNamed)},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.config);
