@@ -120,6 +120,10 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
         R"({"version":"1","ecs_sensory_events":{"event_emit_criteria":[],"output_priority":["p"],)"
         R"("sticky_signal_config":{"additionalProperties":{"start_transition":[],)"
         R"("end_transition":[]}},"passthrough_config":{}}})";
+    const std::string deep = "{\"x\":" + std::string(100, '[') + std::string(100, ']') + "," +
+                             basic.substr(basic.find('{') + 1);
+    const std::string huge =
+        "{\"x\":\"" + std::string(1 << 20, 'a') + "\"," + basic.substr(basic.find('{') + 1);
     const struct {
         const char* producer;
         std::string config;
@@ -145,6 +149,13 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
          1, true, invalid("/ecs_sensory_events", "required")},
         {kProducer, duplicate, 1, false, error("Could not set configuration: " + duplicate)},
         {kProducer, patternNamed, 1, false, error("Could not set configuration: " + patternNamed)},
+        {kProducer, generatedConfig("1", 5000, 0), 1, true,
+         error("Configuration has too many array items (longest 5000, total 5000; limits 4096, "
+               "16384)")},
+        {kProducer, deep, 1, true, error("Configuration nests deeper than 64 levels")},
+        {kProducer, huge, 1, true,
+         error("Configuration too large: " + std::to_string(huge.size()) +
+               " bytes (limit 1048576)")},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.config);
