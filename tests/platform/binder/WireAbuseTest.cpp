@@ -2,7 +2,9 @@
 // server answers with an error or drops that one connection, and keeps
 // serving everyone else.
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -10,6 +12,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <future>
+#include <thread>
 
 #include "BinderTestSupport.h"
 #include "FlatBinderObject.h"
@@ -76,6 +80,39 @@ class WireAbuseTest : public EchoServerFixture {
     }
 
     void expectStillServing() { EXPECT_EQ(ask(ECHO, {77}), 77); }
+
+    // True when an ordinary call is answered within a second. A server that
+    // does not answer is killed, so the call ends and the test goes on.
+    bool answersPromptly() {
+        auto pending = std::async(std::launch::async, [this] { return ask(ECHO, {77}); });
+        const bool inTime = pending.wait_for(std::chrono::seconds(1)) == std::future_status::ready;
+        if (!inTime) {
+            server->signal(SIGKILL);
+        }
+        return inTime && pending.get() == 77;
+    }
+
+    // A socket in the binder directory that never accepts, its backlog full:
+    // connecting to it blocks.
+    std::string fullSocket(std::vector<int>* fds) {
+        const std::string sink = root.path("/dev/socket/binder/sink");
+        const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        memcpy(addr.sun_path, sink.c_str(), sink.size() + 1);
+        EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+        chmod(sink.c_str(), 0600);
+        EXPECT_EQ(listen(listener, 0), 0);
+        fds->push_back(listener);
+        for (int i = 0; i < 8; ++i) {
+            const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+            fds->push_back(fd);
+            if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+                break;
+            }
+        }
+        return sink;
+    }
 
     std::string path;
     uint64_t serviceNode = 0;
@@ -218,6 +255,34 @@ TEST_F(WireAbuseTest, PeersStalledMidFrameHoldNoThread) {
         close(fd);
     }
     expectStillServing();
+}
+
+// Counted references to objects of a process that never accepts: the
+// server's release notices for them must not hold its pool threads.
+TEST_F(WireAbuseTest, ReleaseNoticesToAPeerThatDoesNotAcceptHoldNoThread) {
+    std::vector<int> fds;
+    const std::string sink = fullSocket(&fds);
+    for (int peer = 0; peer < 20; ++peer) {
+        const int fd = connectRaw();
+        fds.push_back(fd);
+        Frame f = transaction(999, std::vector<uint8_t>(20 * sizeof(flat_binder_object), 0));
+        for (uint32_t i = 0; i < 20; ++i) {
+            flat_binder_object obj{};
+            obj.type = BINDER_TYPE_HANDLE;
+            obj.handle = i;
+            memcpy(f.data.data() + i * sizeof obj, &obj, sizeof obj);
+            f.offsets.push_back(i * sizeof obj);
+            f.refs.push_back(ObjectRef{100u * peer + i + 1, REF_COUNTED, sink});
+        }
+        const auto bytes = encodeFrame(&f);
+        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+    }
+    // Time for the server to take every frame first.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(answersPromptly());
+    for (const int fd : fds) {
+        close(fd);
+    }
 }
 
 TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {

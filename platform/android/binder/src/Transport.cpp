@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -173,12 +174,27 @@ void Transport::releaseNodes(const std::vector<uint64_t>& nodes) {
 void Transport::undoExports(const Exports& exports) {
     releaseNodes(exports.local);
     for (const auto& remote : exports.remote) {
-        Frame frame;
-        frame.header.kind = FRAME_RELEASE;
-        frame.header.code = 1;
-        frame.header.target = remote.second;
-        sendOneWay(remote.first, encodeFrame(&frame));
+        mReleases.post(remote.first, remote.second, 1);
     }
+}
+
+status_t Transport::sendReleases(const std::string& path,
+                                 const std::vector<std::pair<uint64_t, uint64_t>>& releases) {
+    std::vector<uint8_t> bytes;
+    for (const auto& release : releases) {
+        // The frame counts 32 bits; larger counts go in several frames.
+        for (uint64_t left = release.second; left > 0;) {
+            const uint32_t count = static_cast<uint32_t>(std::min<uint64_t>(left, UINT32_MAX));
+            Frame frame;
+            frame.header.kind = FRAME_RELEASE;
+            frame.header.code = count;
+            frame.header.target = release.first;
+            const std::vector<uint8_t> one = encodeFrame(&frame);
+            bytes.insert(bytes.end(), one.begin(), one.end());
+            left -= count;
+        }
+    }
+    return sendOneWay(path, bytes);
 }
 
 status_t Transport::acquireRemote(const std::string& path, uint64_t node) {
@@ -267,11 +283,7 @@ void Transport::proxyDestroyed(int32_t handle) {
         }
     }
     if (counted > 0) {
-        Frame frame;
-        frame.header.kind = FRAME_RELEASE;
-        frame.header.code = counted;
-        frame.header.target = node;
-        sendOneWay(path, encodeFrame(&frame));  // a dead owner needs no release
+        mReleases.post(path, node, counted);
     }
     if (lastForPath) {
         // Nothing here refers to that process any more: its idle connections

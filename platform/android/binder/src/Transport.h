@@ -6,8 +6,8 @@
 // node (a number) of this process's endpoint, a listening socket under
 // <root>/dev/socket/binder/<pid>-<random> (one per device root the process
 // used). The node keeps the object alive while other processes hold counted
-// references to it (they send RELEASE when their proxy goes) or, for a
-// published service, for good.
+// references to it (they send RELEASE when their proxy goes, from a thread
+// of their own: ReleaseQueue.h) or, for a published service, for good.
 //
 // Importing: a reference from another process becomes a BpBinder with a
 // process-local handle; a reference to one of our own nodes comes back as
@@ -52,6 +52,7 @@
 #include <binder/BpBinder.h>
 #include <binder/Parcel.h>
 
+#include "ReleaseQueue.h"
 #include "WireFormat.h"
 
 namespace android {
@@ -145,6 +146,9 @@ class Transport {
     void returnConnection(const std::string& path, int fd);
     void dropIdleConnections(const std::string& path);
     status_t sendOneWay(const std::string& path, const std::vector<uint8_t>& bytes);
+    // The release queue's sender: one RELEASE frame per (node, count).
+    status_t sendReleases(const std::string& path,
+                          const std::vector<std::pair<uint64_t, uint64_t>>& releases);
 
     // Serving (TransportServer.cpp).
     status_t createEndpoint(const std::string& root, Endpoint* ep);
@@ -183,6 +187,13 @@ class Transport {
     size_t mThreadNumber = 0;
     std::atomic<int> mEpollFd{-1};
     std::atomic<size_t> mWaiting{0};  // threads in epoll_wait
+
+    // Release notices leave from here, never from the thread that dropped
+    // the proxy (which may be a pool thread serving someone else).
+    ReleaseQueue mReleases{[this](const std::string& path,
+                                  const std::vector<std::pair<uint64_t, uint64_t>>& releases) {
+        return sendReleases(path, releases);
+    }};
 
     std::mutex mEndpointCreateLock;  // serialises creating endpoints (held across bind)
 };
