@@ -33,12 +33,15 @@ inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint3
 class EchoServerFixture : public ::testing::Test {
   protected:
     // Starts binder_test_server publishing `name` and finds its service.
+    // `limits`: idle and partial-frame deadlines in ms (binder_test_server's arguments).
     std::unique_ptr<ChildProcess> launch(const std::string& name, const std::string& maxThreads,
-                                         android::sp<android::IBinder>* found) {
+                                         android::sp<android::IBinder>* found,
+                                         const std::vector<std::string>& limits = {}) {
         std::vector<std::string> args{name};
-        if (!maxThreads.empty()) {
-            args.push_back(maxThreads);
+        if (!maxThreads.empty() || !limits.empty()) {
+            args.push_back(maxThreads.empty() ? "15" : maxThreads);
         }
+        args.insert(args.end(), limits.begin(), limits.end());
         std::unique_ptr<ChildProcess> child(
             new ChildProcess(BINDER_TEST_SERVER, args, {{"VEMO_DEVICE_ROOT", root.root()}}));
         EXPECT_TRUE(child->waitForOutput("ready pid=", std::chrono::seconds(20)))
@@ -48,8 +51,9 @@ class EchoServerFixture : public ::testing::Test {
         return child;
     }
 
-    void startServer(const std::string& maxThreads = "") {
-        server = launch(kName, maxThreads, &service);
+    void startServer(const std::string& maxThreads = "",
+                     const std::vector<std::string>& limits = {}) {
+        server = launch(kName, maxThreads, &service, limits);
         ASSERT_NE(service, nullptr);
         const std::string out = server->output();
         serverPid = std::stoi(out.substr(out.find("ready pid=") + 10));

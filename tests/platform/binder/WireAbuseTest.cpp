@@ -6,9 +6,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -17,6 +19,7 @@
 
 #include "BinderTestSupport.h"
 #include "FlatBinderObject.h"
+#include "Transport.h"
 #include "WireFormat.h"
 
 namespace {
@@ -27,8 +30,11 @@ using namespace vemo::test;
 
 class WireAbuseTest : public EchoServerFixture {
   protected:
+    // The server's idle and partial-frame deadlines (its defaults when empty).
+    virtual std::vector<std::string> serverLimits() const { return {}; }
+
     void SetUp() override {
-        startServer();
+        startServer("", serverLimits());
         std::ifstream entry(root.path("/dev/socket/binder/services/") + kName);
         std::string magic;
         std::string node;
@@ -39,12 +45,17 @@ class WireAbuseTest : public EchoServerFixture {
         serviceNode = std::stoull(node);
     }
 
-    int connectRaw() {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un serverAddress() const {
         sockaddr_un addr{};
         addr.sun_family = AF_UNIX;
         memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+        return addr;
+    }
+
+    int connectRaw() {
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_un addr = serverAddress();
+        EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
         setSocketTimeouts(fd, 10000, 10000);
         return fd;
     }
@@ -283,6 +294,74 @@ TEST_F(WireAbuseTest, ReleaseNoticesToAPeerThatDoesNotAcceptHoldNoThread) {
     for (const int fd : fds) {
         close(fd);
     }
+}
+
+// A process that opens more connections than the server serves in all
+// cannot lock the others out.
+TEST_F(WireAbuseTest, OneProcessCannotTakeEveryConnection) {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const sockaddr_un addr = serverAddress();
+    const pid_t hog = fork();
+    if (hog == 0) {
+        for (int i = 0; i < 600; ++i) {
+            connect(socket(AF_UNIX, SOCK_STREAM, 0), reinterpret_cast<const sockaddr*>(&addr),
+                    sizeof addr);
+        }
+        static_cast<void>(write(ready[1], "x", 1));
+        pause();
+        _exit(0);
+    }
+    char c;
+    ASSERT_EQ(read(ready[0], &c, 1), 1);
+    service.clear();  // our pooled connections close with the last proxy
+    service = defaultServiceManager()->checkService(String16(kName));
+    EXPECT_NE(service, nullptr);
+    EXPECT_TRUE(service != nullptr && answersPromptly());
+    kill(hog, SIGKILL);
+    waitpid(hog, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+}
+
+struct Obituaries : IBinder::DeathRecipient {
+    void binderDied(const wp<IBinder>&) override { ++count; }
+    std::atomic<int> count{0};
+};
+
+class WireDeadlineTest : public WireAbuseTest {
+  protected:
+    std::vector<std::string> serverLimits() const override { return {"500", "300"}; }
+};
+
+// Peers that send nothing, stop inside a frame, or trickle one slower than
+// the frame deadline are closed; this process's own connections (pooled,
+// and the one watching for the server's death) are not disturbed.
+TEST_F(WireDeadlineTest, IdleAndHalfSentConnectionsAreClosed) {
+    Transport& transport = Transport::instance();
+    const Transport::Limits saved = transport.limits();
+    Transport::Limits mine = saved;
+    mine.idleMs = 500;
+    transport.setLimits(mine);
+    sp<Obituaries> obituaries = new Obituaries();
+    ASSERT_EQ(service->linkToDeath(obituaries), OK);
+
+    Frame f = transaction(ECHO, tokenAnd({1}));
+    const auto bytes = encodeFrame(&f);
+    const int idle = connectRaw();
+    const int half = connectRaw();
+    ASSERT_EQ(sendAll(half, bytes.data(), bytes.size() - 1), OK);
+    const int trickle = connectRaw();
+    for (size_t i = 0; i < bytes.size() && sendAll(trickle, &bytes[i], 1) == OK; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    for (const int fd : {idle, half, trickle}) {
+        EXPECT_TRUE(closedByPeer(fd));
+        close(fd);
+    }
+    EXPECT_EQ(ask(ECHO, {5}), 5);
+    EXPECT_EQ(obituaries->count, 0);
+    transport.setLimits(saved);
 }
 
 TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {

@@ -432,16 +432,43 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
     return OK;
 }
 
+void Transport::setLimits(const Limits& limits) {
+    mIdleMs = limits.idleMs;
+    mPartialFrameMs = limits.partialFrameMs;
+}
+
+Transport::Limits Transport::limits() const {
+    Limits limits;
+    limits.idleMs = mIdleMs.load();
+    limits.partialFrameMs = mPartialFrameMs.load();
+    return limits;
+}
+
 int Transport::takeConnection(const std::string& path, status_t* err, bool* reused) {
+    std::vector<int> stale;
+    int fd = -1;
     {
+        // A server closes connections idle for idleMs: a pooled one is used
+        // only well before that, so a call never races the server's close.
+        const int64_t oldest = monotonicMs() - mIdleMs.load() / 2;
         std::lock_guard<std::mutex> lock(mConnLock);
         auto it = mIdle.find(path);
-        if (it != mIdle.end() && !it->second.empty()) {
-            const int fd = it->second.back();
+        while (it != mIdle.end() && !it->second.empty() && fd < 0) {
+            const IdleConnection idle = it->second.back();
             it->second.pop_back();
-            *reused = true;
-            return fd;
+            if (idle.sinceMs >= oldest) {
+                fd = idle.fd;
+            } else {
+                stale.push_back(idle.fd);
+            }
         }
+    }
+    for (const int old : stale) {
+        close(old);
+    }
+    if (fd >= 0) {
+        *reused = true;
+        return fd;
     }
     *reused = false;
     sockaddr_un addr{};
@@ -451,7 +478,7 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
         return -1;
     }
     memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         *err = NO_MEMORY;
         return -1;
@@ -478,7 +505,7 @@ void Transport::returnConnection(const std::string& path, int fd) {
         std::lock_guard<std::mutex> lock(mConnLock);
         auto& idle = mIdle[path];
         if (idle.size() < kMaxIdleConnectionsPerPeer) {
-            idle.push_back(fd);
+            idle.push_back(IdleConnection{fd, monotonicMs()});
             return;
         }
     }
@@ -486,17 +513,17 @@ void Transport::returnConnection(const std::string& path, int fd) {
 }
 
 void Transport::dropIdleConnections(const std::string& path) {
-    std::vector<int> fds;
+    std::vector<IdleConnection> idle;
     {
         std::lock_guard<std::mutex> lock(mConnLock);
         auto it = mIdle.find(path);
         if (it != mIdle.end()) {
-            fds.swap(it->second);
+            idle.swap(it->second);
             mIdle.erase(it);
         }
     }
-    for (const int fd : fds) {
-        close(fd);
+    for (const IdleConnection& c : idle) {
+        close(c.fd);
     }
 }
 

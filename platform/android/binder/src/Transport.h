@@ -26,9 +26,17 @@
 // its frame, runs the transaction and answers, and a new thread is spawned
 // when none is left waiting. Each fd is armed one-shot, so a connection is
 // served by one thread at a time. A bad frame (wrong magic or kind, sizes beyond bounds,
-// end of stream or a stall of kIoTimeoutMs mid-frame) drops that connection
-// only; a well-framed transaction whose object table is invalid is answered
-// with FAILED_TRANSACTION. At most kMaxConnections connections are served.
+// end of stream) drops that connection only; a well-framed transaction whose
+// object table is invalid is answered with FAILED_TRANSACTION.
+//
+// Bounds on what one local peer can hold (Limits, checked by a thread of
+// their own): a frame must arrive whole within partialFrameMs of its first
+// byte, and a connection with no frame under way is closed after idleMs
+// (except one that only watches for this process's exit). Each peer process
+// (SO_PEERCRED) has at most kMaxConnectionsPerPeer connections, and only
+// processes of this user (or root) are served; at kMaxConnections, the
+// connection idle the longest makes room for a new one. Clients drop their
+// pooled connections after half of idleMs, before a server would.
 //
 // A process that forwards a proxy (passes a reference it received on to
 // another process) first acquires one more reference from the object's owner
@@ -64,6 +72,16 @@ class Transport {
     static constexpr size_t kMaxConnections = 512;
     static constexpr size_t kDefaultMaxThreads = 15;
     static constexpr size_t kMaxIdleConnectionsPerPeer = 8;
+    static constexpr size_t kMaxConnectionsPerPeer = 64;
+
+    // Time bounds of the transport. The defaults are the product's; tests
+    // shorten them rather than wait minutes.
+    struct Limits {
+        int idleMs = 120000;        // a served connection with no frame under way
+        int partialFrameMs = 5000;  // from a frame's first byte to its last
+    };
+    void setLimits(const Limits& limits);
+    Limits limits() const;
 
     // The process's transport, created on first use and never destroyed
     // (pool threads may still run while the process exits).
@@ -142,6 +160,10 @@ class Transport {
     status_t acquireRemote(const std::string& path, uint64_t node);
 
     // Outgoing connections (mConnLock).
+    struct IdleConnection {
+        int fd;
+        int64_t sinceMs;
+    };
     int takeConnection(const std::string& path, status_t* err, bool* reused);
     void returnConnection(const std::string& path, int fd);
     void dropIdleConnections(const std::string& path);
@@ -161,6 +183,10 @@ class Transport {
     bool serveFrame(Watch* conn, Frame* frame);
     void ensureWaiter();
     void workerLoop(bool spawned);
+    // Closes connections past their deadlines (Limits); runs for good.
+    void reaperLoop();
+    // Shuts down the connection idle the longest (mPoolLock held); false if none.
+    bool evictIdlest();
 
     mutable std::mutex mLock;  // guards mNodes, mNodeByBinder, mNextNode, mHandles,
                                // mHandleByRef, mNextHandle, mEndpoints, mWatchedPaths
@@ -175,12 +201,16 @@ class Transport {
     std::string mInstanceTag;
 
     std::mutex mConnLock;  // guards mIdle
-    std::map<std::string, std::vector<int>> mIdle;
+    std::map<std::string, std::vector<IdleConnection>> mIdle;
 
-    mutable std::mutex mPoolLock;  // guards the counters and flags below
+    std::atomic<int> mIdleMs{Limits().idleMs};
+    std::atomic<int> mPartialFrameMs{Limits().partialFrameMs};
+
+    mutable std::mutex mPoolLock;  // guards the counters, flags and sets below
     size_t mMaxThreads = kDefaultMaxThreads;
     size_t mSpawned = 0;
     size_t mConnections = 0;
+    std::map<pid_t, size_t> mConnectionsByPeer;
     bool mLooperStarted = false;
     bool mPoolStarted = false;
     std::set<Watch*> mWatches;  // every fd the looper waits on, owned here

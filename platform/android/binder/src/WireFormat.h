@@ -14,7 +14,8 @@
 // no data, as the device's status-code replies); RELEASE drops `code`
 // references the receiver holds for node `target` on the sender's behalf;
 // ACQUIRE adds `code` such references and is answered by a REPLY (status OK,
-// or DEAD_OBJECT when the node is gone).
+// or DEAD_OBJECT when the node is gone); WATCH says that the sender only waits
+// on this connection for the receiver's exit, so it is never idle-closed.
 // All integers are little-endian host order, as parcels are.
 //
 // Inside the parcel bytes each object is a 24-byte flat_binder_object; on
@@ -48,6 +49,7 @@ enum FrameKind : uint32_t {
     FRAME_REPLY = 2,
     FRAME_RELEASE = 3,
     FRAME_ACQUIRE = 4,
+    FRAME_WATCH = 5,
 };
 
 // The reference was counted by its owner and must be released by the receiver.
@@ -99,6 +101,8 @@ status_t recvAll(int fd, void* data, size_t len);
 // The status of a recv() that returned 0 (peer closed) or failed with `err`;
 // OK for EINTR, where the caller simply retries.
 status_t recvFailureStatus(ssize_t n, int err);
+// Milliseconds of the monotonic clock.
+int64_t monotonicMs();
 // Sets SO_SNDTIMEO and SO_RCVTIMEO (0 = no bound).
 void setSocketTimeouts(int fd, int sendMillis, int recvMillis);
 
