@@ -2,12 +2,15 @@
 // test's own device root and called through the service manager.
 #include <binder/IPCThreadState.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <future>
 
 #include "BinderTestSupport.h"
+#include "platform/DeviceRoot.h"
 
 namespace {
 
@@ -104,6 +107,75 @@ TEST_F(TransportTest, PublishedServiceIsFoundAndAnswers) {
     EXPECT_EQ(String8(sm->listServices()[0]), String8(kName));
     EXPECT_EQ(sm->checkService(String16("absent")), nullptr);
     EXPECT_EQ(sm->checkService(String16("../x")), nullptr);
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// The socket path (second line) of a registry entry.
+std::string socketOf(const std::string& entry) {
+    const size_t begin = entry.find('\n') + 1;
+    return entry.substr(begin, entry.find('\n', begin) - begin);
+}
+
+// A registry entry is trusted only when this user wrote it, no one else can
+// change it or its directory, and it names a socket of this user lying in
+// the binder directory itself.
+TEST_F(TransportTest, TamperedRegistryEntriesReadAsAbsent) {
+    startServer();
+    TempDeviceRoot otherRoot;  // a server outside our binder directory
+    vemo::platform::setDeviceRoot(root.root());
+    ChildProcess other(BINDER_TEST_SERVER, {"vemo.test.other"},
+                       {{"VEMO_DEVICE_ROOT", otherRoot.root()}});
+    ASSERT_TRUE(other.waitForOutput("ready pid=", 20s)) << other.output();
+    const std::string foreign =
+        socketOf(readFile(otherRoot.path("/dev/socket/binder/services/vemo.test.other")));
+    const std::string dir = root.path("/dev/socket/binder/services");
+    const std::string entry = dir + "/" + kName;
+    const std::string genuine = readFile(entry);
+    const std::string ours = socketOf(genuine);
+    const std::string link = root.path("/dev/socket/binder/link");
+    ASSERT_EQ(symlink(foreign.c_str(), link.c_str()), 0);
+    const auto writeEntry = [&](const std::string& socket) {
+        unlink(entry.c_str());
+        std::string text = genuine;
+        text.replace(text.find(ours), ours.size(), socket);
+        std::ofstream(entry) << text;
+        chmod(entry.c_str(), 0644);
+    };
+    const std::string moved = root.path("/dev/socket/binder/moved-entry");
+    const struct {
+        const char* name;
+        std::function<void()> tamper;
+    } rows[] = {
+        {"SocketOutsideTheBinderDirectory", [&] { writeEntry(foreign); }},
+        {"LinkInTheBinderDirectory", [&] { writeEntry(link); }},
+        {"DotsInTheSocketPath",
+         [&] {
+             writeEntry(root.path("/dev/socket/binder/../binder/") +
+                        ours.substr(ours.rfind('/') + 1));
+         }},
+        {"EntryWritableByOthers", [&] { chmod(entry.c_str(), 0666); }},
+        {"EntryIsALink",
+         [&] {
+             rename(entry.c_str(), moved.c_str());
+             symlink(moved.c_str(), entry.c_str());
+         }},
+        {"RegistryWritableByOthers", [&] { chmod(dir.c_str(), 0777); }},
+        {"SocketWritableByOthers", [&] { chmod(ours.c_str(), 0666); }},
+    };
+    const sp<IServiceManager> sm = defaultServiceManager();
+    for (const auto& row : rows) {
+        row.tamper();
+        EXPECT_EQ(sm->checkService(String16(kName)), nullptr) << row.name;
+        EXPECT_EQ(sm->listServices().size(), 0u) << row.name;
+        writeEntry(ours);
+        chmod(dir.c_str(), 0755);
+        chmod(ours.c_str(), 0600);
+        EXPECT_NE(sm->checkService(String16(kName)), nullptr) << row.name;
+    }
 }
 
 TEST_F(TransportTest, OneWayCallsFromOneThreadArriveInOrder) {

@@ -202,6 +202,8 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
         uint64_t node;
         std::string path;
     };
+    const std::string link = root.path("/dev/socket/binder/link");
+    ASSERT_EQ(symlink(root.path("/data/other.sock").c_str(), link.c_str()), 0);
     const BadObject badObjects[] = {
         {BINDER_TYPE_HANDLE, 999999, path},              // a node of the server's that is not
         {BINDER_TYPE_BINDER, 1, "/nonexistent/socket"},  // the wrong type in the data
@@ -210,6 +212,7 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
         {BINDER_TYPE_HANDLE, 1, path + "/../x"},
         {BINDER_TYPE_HANDLE, 1, "relative"},
         {BINDER_TYPE_HANDLE, 1, path + "/"},
+        {BINDER_TYPE_HANDLE, 1, link},  // a link in the binder directory, out of it
     };
     for (const BadObject& bad : badObjects) {
         flat_binder_object obj{};

@@ -15,6 +15,7 @@
 
 #include "FlatBinderObject.h"
 #include "FrameReader.h"
+#include "TrustedPath.h"
 
 namespace android {
 namespace hostbinder {
@@ -82,22 +83,16 @@ bool Transport::isBinderSocketPath(const std::string& path) {
     if (slash == std::string::npos) {
         return false;
     }
-    const std::string name = path.substr(slash + 1);
-    if (name.empty() || name == "." || name == "..") {
-        return false;
-    }
     const std::string dir = path.substr(0, slash);
-    if (dir == vemo::platform::devicePath("/dev/socket/binder")) {
-        return true;
-    }
-    std::lock_guard<std::mutex> lock(mLock);
-    for (const auto& ep : mEndpoints) {
-        if (ep.path.compare(0, slash + 1, path, 0, slash + 1) == 0 &&
-            ep.path.find('/', slash + 1) == std::string::npos) {
-            return true;
+    bool known = dir == canonicalPath(vemo::platform::devicePath("/dev/socket/binder"));
+    if (!known) {
+        std::lock_guard<std::mutex> lock(mLock);
+        for (const auto& ep : mEndpoints) {
+            known = known || ep.path.compare(0, slash + 1, path, 0, slash + 1) == 0;
         }
     }
-    return false;
+    // The name itself must be a socket of this user there, not a link out.
+    return known && isTrustedSocket(path, dir);
 }
 
 uint64_t Transport::exportLocal(const sp<IBinder>& binder, bool pin) {
@@ -495,6 +490,17 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
         } else {
             *err = UNKNOWN_ERROR;
         }
+        return -1;
+    }
+    // Only a process of this user (or root) is trusted with our calls.
+    ucred cred{};
+    socklen_t len = sizeof cred;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 ||
+        (cred.uid != getuid() && cred.uid != 0)) {
+        close(fd);
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Refusing %s: served by uid %d", path.c_str(),
+                            static_cast<int>(cred.uid));
+        *err = PERMISSION_DENIED;
         return -1;
     }
     return fd;

@@ -137,9 +137,10 @@ class Transport {
     bool acquireNode(uint64_t node, uint64_t count);
     sp<IBinder> lookupNode(uint64_t node);
     bool isOwnPath(const std::string& path);
-    // A socket of the binder directory (of this root or of one of our
-    // endpoints): the only places a reference received from a peer may name,
-    // so that a peer cannot make this process connect anywhere else.
+    // A socket of this user directly in the canonical binder directory (of
+    // this root or of one of our endpoints): the only places a reference
+    // received from a peer may name, so that a peer cannot make this process
+    // connect anywhere else, not even through a link.
     bool isBinderSocketPath(const std::string& path);
     sp<BpBinder> proxyFor(const std::string& path, uint64_t node, bool counted);
     void markPathDead(const std::string& path);

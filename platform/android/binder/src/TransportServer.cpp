@@ -19,6 +19,7 @@
 
 #include "FrameReader.h"
 #include "Transport.h"
+#include "TrustedPath.h"
 
 namespace android {
 namespace hostbinder {
@@ -62,14 +63,16 @@ status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
         }
     }
     const std::string dir = vemo::platform::devicePath("/dev/socket/binder");
-    const std::string path = dir + "/" + mInstanceTag;
+    if (!ensurePrivateDirectory(dir)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Cannot create %s, or another user owns or may write it", dir.c_str());
+        return NO_INIT;
+    }
+    // Peers check that references name sockets of the canonical directory.
+    const std::string path = canonicalPath(dir) + "/" + mInstanceTag;
     if (path.size() > kMaxPathLength) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Socket path too long: %s", path.c_str());
         return BAD_VALUE;
-    }
-    if (!vemo::platform::makeParentDirectories(path)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot create %s", dir.c_str());
-        return NO_INIT;
     }
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
@@ -79,8 +82,9 @@ status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
     addr.sun_family = AF_UNIX;
     memcpy(addr.sun_path, path.c_str(), path.size() + 1);
     unlink(path.c_str());
+    // Only this user may connect; the mode is set before anyone can.
     if (bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0 ||
-        listen(fd, 128) != 0) {
+        chmod(path.c_str(), 0600) != 0 || listen(fd, 128) != 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot listen on %s: %s", path.c_str(),
                             strerror(errno));
         close(fd);
