@@ -2,7 +2,9 @@
 // test's own device root and called through the service manager.
 #include <binder/IPCThreadState.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -10,6 +12,7 @@
 #include <future>
 
 #include "BinderTestSupport.h"
+#include "WireFormat.h"
 #include "platform/DeviceRoot.h"
 
 namespace {
@@ -209,6 +212,55 @@ TEST_F(TransportTest, BinderPassedInAParcelIsCalledBackLaterFromAnotherThread) {
     // Once the server dropped its proxy, only our reference keeps the callback.
     callback.clear();
     EXPECT_TRUE(eventually([&] { return weak.promote() == nullptr; }));
+}
+
+// This process's own socket.
+std::string ownEndpoint(const TempDeviceRoot& root) {
+    const std::string prefix = std::to_string(getpid()) + "-";
+    for (const auto& e : std::filesystem::directory_iterator(root.path("/dev/socket/binder"))) {
+        if (e.path().filename().string().rfind(prefix, 0) == 0) {
+            return e.path().string();
+        }
+    }
+    return "";
+}
+
+// Another peer cannot release a reference it was not handed (freeing the
+// callback the server holds), nor acquire one.
+TEST_F(TransportTest, PeersReleaseAndAcquireOnlyWhatTheyHold) {
+    startServer();
+    sp<Callback> callback = new Callback();
+    ASSERT_EQ(callMeLater(service, callback, 300, 7), OK);
+    const std::string own = ownEndpoint(root);
+    ASSERT_FALSE(own.empty());
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    memcpy(addr.sun_path, own.c_str(), own.size() + 1);
+    ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    int acquired = 0;
+    for (uint64_t node = 1; node <= 16; ++node) {
+        hostbinder::Frame release;
+        release.header.kind = hostbinder::FRAME_RELEASE;
+        release.header.code = 1000;
+        release.header.target = node;
+        hostbinder::Frame acquire;
+        acquire.header.kind = hostbinder::FRAME_ACQUIRE;
+        acquire.header.code = 1;
+        acquire.header.target = node;
+        for (hostbinder::Frame* f : {&release, &acquire}) {
+            const auto bytes = hostbinder::encodeFrame(f);
+            ASSERT_EQ(hostbinder::sendAll(fd, bytes.data(), bytes.size()), OK);
+        }
+        hostbinder::Frame answer;
+        ASSERT_EQ(hostbinder::readFrame(fd, &answer), OK);
+        acquired += answer.header.status == OK;
+    }
+    close(fd);
+    EXPECT_EQ(acquired, 0);
+    callback.clear();  // the server's reference alone keeps it now
+    ASSERT_TRUE(server->waitForOutput("callback status ", 10s));
+    EXPECT_TRUE(server->waitForOutput("callback status 0\n", 1s)) << server->output();
 }
 
 TEST_F(TransportTest, BindersSentBackAreTheSameObjects) {

@@ -46,6 +46,7 @@ Transport::Transport() {
     char tag[32];
     snprintf(tag, sizeof tag, "%d-%08x", static_cast<int>(getpid()), rd());
     mInstanceTag = tag;
+    mPid = getpid();
 }
 
 status_t Transport::ownPath(std::string* path) {
@@ -95,22 +96,65 @@ bool Transport::isBinderSocketPath(const std::string& path) {
     return known && isTrustedSocket(path, dir);
 }
 
-uint64_t Transport::exportLocal(const sp<IBinder>& binder, bool pin) {
+uint64_t Transport::exportLocal(const sp<IBinder>& binder, bool pin, pid_t peer) {
     std::lock_guard<std::mutex> lock(mLock);
     const auto it = mNodeByBinder.find(binder.get());
+    uint64_t id;
     if (it != mNodeByBinder.end()) {
-        Node& node = mNodes[it->second];
+        id = it->second;
+        Node& node = mNodes[id];
         ++node.refs;
         node.pinned = node.pinned || pin;
-        return it->second;
+    } else {
+        id = mNextNode++;
+        Node& node = mNodes[id];
+        node.binder = binder;
+        node.refs = 1;
+        node.pinned = pin;
+        mNodeByBinder[binder.get()] = id;
     }
-    const uint64_t id = mNextNode++;
-    Node& node = mNodes[id];
-    node.binder = binder;
-    node.refs = 1;
-    node.pinned = pin;
-    mNodeByBinder[binder.get()] = id;
+    if (peer != 0) {
+        ++mHeld[std::make_pair(peer, id)];
+    }
     return id;
+}
+
+uint64_t Transport::debitHeld(pid_t peer, uint64_t node, uint64_t count) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto it = mHeld.find(std::make_pair(peer, node));
+    if (it == mHeld.end()) {
+        return 0;
+    }
+    const uint64_t taken = std::min(count, it->second);
+    it->second -= taken;
+    if (it->second == 0) {
+        mHeld.erase(it);
+    }
+    return taken;
+}
+
+void Transport::releaseHeld(pid_t peer, uint64_t node, uint64_t count) {
+    const uint64_t held = debitHeld(peer, node, count);
+    if (held < count) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Ignoring %llu releases of node %llu that pid %d does not hold",
+                            static_cast<unsigned long long>(count - held),
+                            static_cast<unsigned long long>(node), static_cast<int>(peer));
+    }
+    if (held > 0) {
+        releaseNode(node, held);
+    }
+}
+
+bool Transport::acquireFor(pid_t requester, pid_t beneficiary, uint64_t node, uint64_t count) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto node_it = mNodes.find(node);
+    if (node_it == mNodes.end() || mHeld.count(std::make_pair(requester, node)) == 0) {
+        return false;
+    }
+    node_it->second.refs += count;
+    mHeld[std::make_pair(beneficiary, node)] += count;
+    return true;
 }
 
 void Transport::releaseNode(uint64_t nodeId, uint64_t count) {
@@ -129,16 +173,6 @@ void Transport::releaseNode(uint64_t nodeId, uint64_t count) {
             mNodes.erase(it);
         }
     }
-}
-
-bool Transport::acquireNode(uint64_t nodeId, uint64_t count) {
-    std::lock_guard<std::mutex> lock(mLock);
-    const auto it = mNodes.find(nodeId);
-    if (it == mNodes.end()) {
-        return false;
-    }
-    it->second.refs += count;
-    return true;
 }
 
 sp<IBinder> Transport::lookupNode(uint64_t nodeId) {
@@ -166,11 +200,13 @@ void Transport::releaseNodes(const std::vector<uint64_t>& nodes) {
     }
 }
 
-void Transport::undoExports(const Exports& exports) {
-    releaseNodes(exports.local);
-    for (const auto& remote : exports.remote) {
-        mReleases.post(remote.first, remote.second, 1);
+void Transport::undoExports(const Exports& exports, pid_t peer) {
+    for (const uint64_t node : exports.local) {
+        releaseHeld(peer, node, 1);
     }
+    // References acquired from other owners for `peer` stay counted there:
+    // only `peer` could release them. The owner keeps those objects until it
+    // exits, on this failure path only.
 }
 
 status_t Transport::sendReleases(const std::string& path,
@@ -192,15 +228,17 @@ status_t Transport::sendReleases(const std::string& path,
     return sendOneWay(path, bytes);
 }
 
-status_t Transport::acquireRemote(const std::string& path, uint64_t node) {
+status_t Transport::acquireRemote(const std::string& path, uint64_t node, pid_t beneficiary) {
     Frame frame;
     frame.header.kind = FRAME_ACQUIRE;
     frame.header.code = 1;
+    frame.header.flags = static_cast<uint32_t>(beneficiary);
     frame.header.target = node;
     const std::vector<uint8_t> bytes = encodeFrame(&frame);
     status_t err = OK;
     bool reused = false;
-    const int fd = takeConnection(path, &err, &reused);
+    pid_t owner = 0;
+    const int fd = takeConnection(path, &err, &reused, &owner);
     if (fd < 0) {
         return err;
     }
@@ -213,7 +251,7 @@ status_t Transport::acquireRemote(const std::string& path, uint64_t node) {
         close(fd);
         return err != OK ? err : BAD_VALUE;
     }
-    returnConnection(path, fd);
+    returnConnection(path, fd, owner);
     return answer.header.status;
 }
 
@@ -314,7 +352,8 @@ void Transport::markPathDead(const std::string& path) {
     }
 }
 
-status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports) {
+status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports,
+                                  pid_t peer) {
     if (parcel.hasFileDescriptors()) {
         return FDS_NOT_ALLOWED;
     }
@@ -338,10 +377,10 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* e
                 reinterpret_cast<BBinder*>(static_cast<uintptr_t>(obj.cookie));
             const status_t err = ownPath(&ref.path);
             if (err != OK) {
-                undoExports(*exports);
+                undoExports(*exports, peer);
                 return err;
             }
-            ref.node = exportLocal(local, false);
+            ref.node = exportLocal(local, false, peer);
             ref.flags = REF_COUNTED;
             exports->local.push_back(ref.node);
         } else if (obj.type == BINDER_TYPE_HANDLE) {
@@ -357,16 +396,16 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* e
                 }
             }
             if (!known) {
-                undoExports(*exports);
+                undoExports(*exports, peer);
                 return BAD_TYPE;
             }
             // Forwarding: the receiver's reference must be counted by the owner.
-            if (acquireRemote(ref.path, ref.node) == OK) {
+            if (acquireRemote(ref.path, ref.node, peer) == OK) {
                 ref.flags = REF_COUNTED;
                 exports->remote.emplace_back(ref.path, ref.node);
             }
         } else {
-            undoExports(*exports);
+            undoExports(*exports, peer);
             return BAD_TYPE;
         }
         obj.type = BINDER_TYPE_HANDLE;
@@ -396,7 +435,9 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
                 return BAD_VALUE;
             }
             if (ref.flags & REF_COUNTED) {
-                releaseNode(ref.node, 1);  // no proxy here will release it; `local` keeps it
+                // Acquired for this process by whoever forwarded it; no proxy
+                // here will release it, and `local` keeps the object.
+                releaseHeld(mPid, ref.node, 1);
             }
             BBinder* const bbinder = local->localBinder();
             obj.type = BINDER_TYPE_BINDER;
@@ -439,7 +480,7 @@ Transport::Limits Transport::limits() const {
     return limits;
 }
 
-int Transport::takeConnection(const std::string& path, status_t* err, bool* reused) {
+int Transport::takeConnection(const std::string& path, status_t* err, bool* reused, pid_t* peer) {
     std::vector<int> stale;
     int fd = -1;
     {
@@ -453,6 +494,9 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
             it->second.pop_back();
             if (idle.sinceMs >= oldest) {
                 fd = idle.fd;
+                if (peer != nullptr) {
+                    *peer = idle.pid;
+                }
             } else {
                 stale.push_back(idle.fd);
             }
@@ -503,15 +547,18 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
         *err = PERMISSION_DENIED;
         return -1;
     }
+    if (peer != nullptr) {
+        *peer = cred.pid;
+    }
     return fd;
 }
 
-void Transport::returnConnection(const std::string& path, int fd) {
+void Transport::returnConnection(const std::string& path, int fd, pid_t peer) {
     {
         std::lock_guard<std::mutex> lock(mConnLock);
         auto& idle = mIdle[path];
         if (idle.size() < kMaxIdleConnectionsPerPeer) {
-            idle.push_back(IdleConnection{fd, monotonicMs()});
+            idle.push_back(IdleConnection{fd, peer, monotonicMs()});
             return;
         }
     }
@@ -537,13 +584,14 @@ status_t Transport::sendOneWay(const std::string& path, const std::vector<uint8_
     for (int attempt = 0; attempt < 2; ++attempt) {
         status_t err = OK;
         bool reused = false;
-        const int fd = takeConnection(path, &err, &reused);
+        pid_t peer = 0;
+        const int fd = takeConnection(path, &err, &reused, &peer);
         if (fd < 0) {
             return err;
         }
         err = sendAll(fd, bytes.data(), bytes.size());
         if (err == OK) {
-            returnConnection(path, fd);
+            returnConnection(path, fd, peer);
             return OK;
         }
         close(fd);
@@ -571,9 +619,22 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     frame.header.kind = FRAME_TRANSACTION;
     frame.header.code = code;
     frame.header.flags = flags | TF_ACCEPT_FDS;  // as the device's IPCThreadState sends it
+
+    // The connection first: the objects sent are counted as the peer's.
+    bool reused = false;
+    pid_t peer = 0;
+    status_t err = OK;
+    int fd = takeConnection(path, &err, &reused, &peer);
+    if (fd < 0) {
+        if (err == DEAD_OBJECT) {
+            markPathDead(path);
+        }
+        return err;
+    }
     Exports exported;
-    status_t err = parcelToFrame(data, &frame, &exported);
+    err = parcelToFrame(data, &frame, &exported, peer);
     if (err != OK) {
+        returnConnection(path, fd, peer);
         return err;
     }
     // The call holds its own reference to each object it sends until the
@@ -587,32 +648,27 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     } holdRelease{this, exported.local};
     const std::vector<uint8_t> bytes = encodeFrame(&frame);
 
-    int fd = -1;
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        bool reused = false;
-        fd = takeConnection(path, &err, &reused);
-        if (fd < 0) {
-            break;
-        }
-        err = sendAll(fd, bytes.data(), bytes.size());
-        if (err == OK) {
-            break;
-        }
+    err = sendAll(fd, bytes.data(), bytes.size());
+    if (err == DEAD_OBJECT && reused) {
+        // An idle connection the peer has since closed: try a fresh one once.
         close(fd);
-        fd = -1;
-        if (!(reused && err == DEAD_OBJECT)) {
-            break;
+        fd = takeConnection(path, &err, &reused, &peer);
+        if (fd >= 0) {
+            err = sendAll(fd, bytes.data(), bytes.size());
         }
     }
-    if (fd < 0) {
-        undoExports(exported);
+    if (err != OK) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        undoExports(exported, peer);
         if (err == DEAD_OBJECT) {
             markPathDead(path);
         }
         return err;
     }
     if (flags & IBinder::FLAG_ONEWAY) {
-        returnConnection(path, fd);
+        returnConnection(path, fd, peer);
         return OK;
     }
 
@@ -635,7 +691,7 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
                             err);
         return FAILED_TRANSACTION;
     }
-    returnConnection(path, fd);
+    returnConnection(path, fd, peer);
     if (answer.header.status < 0) {
         if (answer.header.status == DEAD_OBJECT) {
             markHandleDead(handle);  // the process lives, the object is gone
@@ -659,7 +715,7 @@ status_t Transport::publish(const sp<IBinder>& local, std::string* path, uint64_
     if (err != OK) {
         return err;
     }
-    *node = exportLocal(local, true);
+    *node = exportLocal(local, true, 0);
     return OK;
 }
 

@@ -132,9 +132,17 @@ class Transport {
 
     // Exports and imports (mLock).
     status_t ownPath(std::string* path);
-    uint64_t exportLocal(const sp<IBinder>& binder, bool pin);
+    // A reference to `binder` handed to process `peer` (0: none, a
+    // published service pins its node instead).
+    uint64_t exportLocal(const sp<IBinder>& binder, bool pin, pid_t peer);
     void releaseNode(uint64_t node, uint64_t count);
-    bool acquireNode(uint64_t node, uint64_t count);
+    // Per-peer accounting: `peer` gives back up to `count` references it
+    // holds (how many it held of those), or releases them.
+    uint64_t debitHeld(pid_t peer, uint64_t node, uint64_t count);
+    void releaseHeld(pid_t peer, uint64_t node, uint64_t count);
+    // `requester` holds `node` and forwards it to `beneficiary`: counts
+    // `count` references for the latter. False if not held or gone.
+    bool acquireFor(pid_t requester, pid_t beneficiary, uint64_t node, uint64_t count);
     sp<IBinder> lookupNode(uint64_t node);
     bool isOwnPath(const std::string& path);
     // A socket of this user directly in the canonical binder directory (of
@@ -153,20 +161,22 @@ class Transport {
         std::vector<uint64_t> local;
         std::vector<std::pair<std::string, uint64_t>> remote;
     };
-    status_t parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports);
+    // `peer`: the process the frame goes to, which our objects are counted for.
+    status_t parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports, pid_t peer);
     status_t frameToParcel(Frame* frame, Parcel* parcel);
-    void undoExports(const Exports& exports);
+    void undoExports(const Exports& exports, pid_t peer);
     void holdNodes(const std::vector<uint64_t>& nodes);
     void releaseNodes(const std::vector<uint64_t>& nodes);
-    status_t acquireRemote(const std::string& path, uint64_t node);
+    status_t acquireRemote(const std::string& path, uint64_t node, pid_t beneficiary);
 
     // Outgoing connections (mConnLock).
     struct IdleConnection {
         int fd;
+        pid_t pid;  // the serving process (SO_PEERCRED)
         int64_t sinceMs;
     };
-    int takeConnection(const std::string& path, status_t* err, bool* reused);
-    void returnConnection(const std::string& path, int fd);
+    int takeConnection(const std::string& path, status_t* err, bool* reused, pid_t* peer = nullptr);
+    void returnConnection(const std::string& path, int fd, pid_t peer);
     void dropIdleConnections(const std::string& path);
     status_t sendOneWay(const std::string& path, const std::vector<uint8_t>& bytes);
     // The release queue's sender: one RELEASE frame per (node, count).
@@ -189,11 +199,15 @@ class Transport {
     // Shuts down the connection idle the longest (mPoolLock held); false if none.
     bool evictIdlest();
 
-    mutable std::mutex mLock;  // guards mNodes, mNodeByBinder, mNextNode, mHandles,
+    mutable std::mutex mLock;  // guards mNodes, mNodeByBinder, mNextNode, mHeld, mHandles,
                                // mHandleByRef, mNextHandle, mEndpoints, mWatchedPaths
     std::map<uint64_t, Node> mNodes;
     std::map<const IBinder*, uint64_t> mNodeByBinder;
     uint64_t mNextNode = 1;
+    // Counted references to our nodes that each peer process holds: what we
+    // handed it, or what a holder acquired for it. A peer releases only those.
+    std::map<std::pair<pid_t, uint64_t>, uint64_t> mHeld;
+    pid_t mPid = 0;
     std::map<int32_t, HandleEntry> mHandles;
     std::map<std::pair<std::string, uint64_t>, int32_t> mHandleByRef;
     int32_t mNextHandle = 1;  // handle 0 would be plain data in a parcel

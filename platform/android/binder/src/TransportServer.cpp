@@ -295,7 +295,7 @@ void Transport::serveConnection(Watch* conn) {
 bool Transport::serveFrame(Watch* conn, Frame* frame) {
     const FrameHeader& h = frame->header;
     if (h.kind == FRAME_RELEASE) {
-        releaseNode(h.target, h.code);
+        releaseHeld(conn->pid, h.target, h.code);
         return true;
     }
     if (h.kind == FRAME_WATCH) {
@@ -305,7 +305,10 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
     if (h.kind == FRAME_ACQUIRE) {
         Frame answer;
         answer.header.kind = FRAME_REPLY;
-        answer.header.status = acquireNode(h.target, h.code) ? OK : DEAD_OBJECT;
+        // Only a holder may ask, for the process it forwards the reference to.
+        answer.header.status = acquireFor(conn->pid, static_cast<pid_t>(h.flags), h.target, h.code)
+                                   ? OK
+                                   : PERMISSION_DENIED;
         const std::vector<uint8_t> bytes = encodeFrame(&answer);
         return sendAll(conn->fd, bytes.data(), bytes.size()) == OK;
     }
@@ -347,7 +350,7 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
     if (status < 0) {
         answer.header.status = status;
     } else {
-        const status_t err = parcelToFrame(reply, &answer, &exported);
+        const status_t err = parcelToFrame(reply, &answer, &exported, conn->pid);
         if (err != OK) {
             answer = Frame();
             answer.header.kind = FRAME_REPLY;
@@ -356,7 +359,7 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
     }
     const std::vector<uint8_t> bytes = encodeFrame(&answer);
     if (sendAll(conn->fd, bytes.data(), bytes.size()) != OK) {
-        undoExports(exported);
+        undoExports(exported, conn->pid);
         return false;
     }
     return true;
@@ -491,7 +494,8 @@ status_t Transport::watchDeath(int32_t handle) {
     }
     status_t err = OK;
     bool reused = false;
-    const int fd = takeConnection(path, &err, &reused);
+    pid_t peer = 0;
+    const int fd = takeConnection(path, &err, &reused, &peer);
     if (fd < 0) {
         if (err == DEAD_OBJECT) {
             markPathDead(path);
@@ -501,7 +505,7 @@ status_t Transport::watchDeath(int32_t handle) {
     {
         std::lock_guard<std::mutex> lock(mLock);
         if (mWatchedPaths.count(path) != 0) {
-            returnConnection(path, fd);
+            returnConnection(path, fd, peer);
             return OK;
         }
         mWatchedPaths[path] = true;
