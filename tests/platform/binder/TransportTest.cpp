@@ -12,6 +12,7 @@
 #include <future>
 
 #include "BinderTestSupport.h"
+#include "Transport.h"
 #include "WireFormat.h"
 #include "platform/DeviceRoot.h"
 
@@ -326,6 +327,27 @@ TEST_F(TransportTest, PeerThatDiedGivesDeadObjectAndAnObituary) {
     EXPECT_EQ(service->linkToDeath(recorder), DEAD_OBJECT);
     EXPECT_EQ(defaultServiceManager()->checkService(String16(kName)), nullptr);
     EXPECT_EQ(defaultServiceManager()->listServices().size(), 0u);
+}
+
+// A two-way call whose peer never answers ends after the call timeout; the
+// proxy and the service stay usable.
+TEST_F(TransportTest, CallNeverAnsweredTimesOut) {
+    startServer();
+    hostbinder::Transport& transport = hostbinder::Transport::instance();
+    const hostbinder::Transport::Limits saved = transport.limits();
+    hostbinder::Transport::Limits limits = saved;
+    limits.callMs = 300;
+    transport.setLimits(limits);
+    auto pending = std::async(std::launch::async, [this] { return call(BLOCK); });
+    const bool ended = pending.wait_for(10s) == std::future_status::ready;
+    if (!ended) {
+        server->signal(SIGKILL);  // so that the call ends and the test goes on
+    }
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(pending.get(), TIMED_OUT);
+    transport.setLimits(saved);
+    EXPECT_TRUE(service->isBinderAlive());
+    EXPECT_EQ(ask(ECHO, {3}), 3);
 }
 
 TEST_F(TransportTest, PeerDyingMidCallEndsTheCallWithDeadObject) {

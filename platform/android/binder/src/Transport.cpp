@@ -471,18 +471,21 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
 void Transport::setLimits(const Limits& limits) {
     mIdleMs = limits.idleMs;
     mPartialFrameMs = limits.partialFrameMs;
+    mCallMs = limits.callMs;
 }
 
 Transport::Limits Transport::limits() const {
     Limits limits;
     limits.idleMs = mIdleMs.load();
     limits.partialFrameMs = mPartialFrameMs.load();
+    limits.callMs = mCallMs.load();
     return limits;
 }
 
 int Transport::takeConnection(const std::string& path, status_t* err, bool* reused, pid_t* peer) {
     std::vector<int> stale;
     int fd = -1;
+    int callMs = 0;
     {
         // A server closes connections idle for idleMs: a pooled one is used
         // only well before that, so a call never races the server's close.
@@ -494,6 +497,7 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
             it->second.pop_back();
             if (idle.sinceMs >= oldest) {
                 fd = idle.fd;
+                callMs = idle.callMs;
                 if (peer != nullptr) {
                     *peer = idle.pid;
                 }
@@ -506,6 +510,9 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
         close(old);
     }
     if (fd >= 0) {
+        if (callMs != mCallMs.load()) {
+            setSocketTimeouts(fd, kIoTimeoutMs, mCallMs.load());
+        }
         *reused = true;
         return fd;
     }
@@ -522,8 +529,9 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
         *err = NO_MEMORY;
         return -1;
     }
-    // The send timeout also bounds connect() on a UNIX socket with a full backlog.
-    setSocketTimeouts(fd, kIoTimeoutMs, 0);
+    // The send timeout also bounds connect() on a UNIX socket with a full
+    // backlog; the receive timeout bounds waiting for a reply.
+    setSocketTimeouts(fd, kIoTimeoutMs, mCallMs.load());
     if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
         const int e = errno;
         close(fd);
@@ -558,7 +566,7 @@ void Transport::returnConnection(const std::string& path, int fd, pid_t peer) {
         std::lock_guard<std::mutex> lock(mConnLock);
         auto& idle = mIdle[path];
         if (idle.size() < kMaxIdleConnectionsPerPeer) {
-            idle.push_back(IdleConnection{fd, peer, monotonicMs()});
+            idle.push_back(IdleConnection{fd, peer, monotonicMs(), mCallMs.load()});
             return;
         }
     }
@@ -686,6 +694,11 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
         if (err == DEAD_OBJECT) {
             markPathDead(path);
             return DEAD_OBJECT;
+        }
+        if (err == TIMED_OUT) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "No reply from %s within %d ms",
+                                path.c_str(), mCallMs.load());
+            return TIMED_OUT;
         }
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Bad reply from %s (error %d)", path.c_str(),
                             err);

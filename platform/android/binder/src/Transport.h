@@ -14,10 +14,10 @@
 // the local object itself, as the driver does.
 //
 // Calling: a two-way call takes an idle connection to the peer (or opens
-// one), sends the frame and waits for the reply: as long as the handler
-// takes, but never past the peer's death (end of stream gives DEAD_OBJECT
-// and the proxies of that process die). Sends and connects are bounded
-// (kIoTimeoutMs). One-way calls return once sent; calls sent one after the
+// one), sends the frame and waits for the reply: never past Limits::callMs
+// without a byte of it (TIMED_OUT) nor past the peer's death (end of stream
+// gives DEAD_OBJECT and the proxies of that process die). Sends and connects
+// are bounded (kIoTimeoutMs). One-way calls return once sent; calls sent one after the
 // other on one connection are served in order.
 //
 // Serving: the pool's threads (spawned on demand up to the maximum, plus
@@ -79,6 +79,11 @@ class Transport {
     struct Limits {
         int idleMs = 120000;        // a served connection with no frame under way
         int partialFrameMs = 5000;  // from a frame's first byte to its last
+        // A two-way call (every call the system makes: callbacks to clients,
+        // service look-ups, ACQUIRE) fails with TIMED_OUT once this passes
+        // without a byte of its reply; the connection is then closed, since a
+        // late reply would arrive on it. The proxy stays usable.
+        int callMs = 30000;
     };
     void setLimits(const Limits& limits);
     Limits limits() const;
@@ -174,6 +179,7 @@ class Transport {
         int fd;
         pid_t pid;  // the serving process (SO_PEERCRED)
         int64_t sinceMs;
+        int callMs;  // its receive timeout
     };
     int takeConnection(const std::string& path, status_t* err, bool* reused, pid_t* peer = nullptr);
     void returnConnection(const std::string& path, int fd, pid_t peer);
@@ -220,6 +226,7 @@ class Transport {
 
     std::atomic<int> mIdleMs{Limits().idleMs};
     std::atomic<int> mPartialFrameMs{Limits().partialFrameMs};
+    std::atomic<int> mCallMs{Limits().callMs};
 
     mutable std::mutex mPoolLock;  // guards the counters, flags and sets below
     size_t mMaxThreads = kDefaultMaxThreads;
