@@ -277,6 +277,30 @@ TEST_F(TransportTest, BindersSentBackAreTheSameObjects) {
     }
 }
 
+// Handles never wrap: proxies numbered across the 32-bit boundaries are
+// distinct and come back as themselves.
+TEST_F(TransportTest, ProxyHandlesGoPastThirtyTwoBits) {
+    hostbinder::Transport::instance().setNextHandle((int64_t{1} << 32) - 2);
+    startServer();
+    std::vector<sp<IBinder>> objects{service};
+    for (int i = 0; i < 3; ++i) {
+        Parcel reply;
+        ASSERT_EQ(call(NEW_OBJECT, {}, &reply), OK);
+        objects.push_back(reply.readStrongBinder());
+    }
+    for (size_t i = 0; i < objects.size(); ++i) {
+        SCOPED_TRACE(i);
+        ASSERT_NE(objects[i], nullptr);
+        EXPECT_GE(objects[i]->remoteBinder()->handle(), (int64_t{1} << 32) - 2);
+        Parcel reply;
+        ASSERT_EQ(
+            callEcho(
+                objects[i], ECHO, [&](Parcel* p) { p->writeStrongBinder(objects[i]); }, &reply),
+            OK);
+        EXPECT_EQ(reply.readStrongBinder(), objects[i]);
+    }
+}
+
 TEST_F(TransportTest, HandlerStatusesReachTheCaller) {
     startServer();
     Parcel reply;

@@ -268,7 +268,7 @@ sp<BpBinder> Transport::proxyFor(const std::string& path, uint64_t node, bool co
         }
         // That proxy is being destroyed; a fresh one gets a new handle.
     }
-    const int32_t handle = mNextHandle++;
+    const int64_t handle = mNextHandle++;
     sp<BpBinder> proxy = new BpBinder(handle);
     HandleEntry& entry = mHandles[handle];
     entry.proxy = proxy;
@@ -279,7 +279,12 @@ sp<BpBinder> Transport::proxyFor(const std::string& path, uint64_t node, bool co
     return proxy;
 }
 
-sp<IBinder> Transport::proxyForHandle(int32_t handle) {
+void Transport::setNextHandle(int64_t next) {
+    std::lock_guard<std::mutex> lock(mLock);
+    mNextHandle = next;
+}
+
+sp<IBinder> Transport::proxyForHandle(int64_t handle) {
     std::lock_guard<std::mutex> lock(mLock);
     const auto it = mHandles.find(handle);
     if (it == mHandles.end()) {
@@ -288,7 +293,7 @@ sp<IBinder> Transport::proxyForHandle(int32_t handle) {
     return it->second.proxy.promote();
 }
 
-void Transport::proxyDestroyed(int32_t handle) {
+void Transport::proxyDestroyed(int64_t handle) {
     std::string path;
     uint64_t node = 0;
     uint32_t counted = 0;
@@ -325,7 +330,7 @@ void Transport::proxyDestroyed(int32_t handle) {
     }
 }
 
-void Transport::markHandleDead(int32_t handle) {
+void Transport::markHandleDead(int64_t handle) {
     const sp<IBinder> proxy = proxyForHandle(handle);
     if (proxy != nullptr && proxy->remoteBinder() != nullptr) {
         proxy->remoteBinder()->sendObituary();
@@ -387,7 +392,7 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* e
             bool known = false;
             {
                 std::lock_guard<std::mutex> lock(mLock);
-                const auto it = mHandles.find(static_cast<int32_t>(obj.handle));
+                const auto it = mHandles.find(static_cast<int64_t>(obj.binder));
                 if (it != mHandles.end()) {
                     known = true;
                     ref.path = it->second.path;
@@ -453,8 +458,7 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
             }
             const sp<BpBinder> proxy = proxyFor(ref.path, ref.node, (ref.flags & REF_COUNTED) != 0);
             obj.type = BINDER_TYPE_HANDLE;
-            obj.binder = 0;
-            obj.handle = static_cast<uint32_t>(proxy->handle());
+            obj.binder = static_cast<uint64_t>(proxy->handle());
             obj.cookie = 0;
             refs.push_back(proxy);
         }
@@ -611,7 +615,7 @@ status_t Transport::sendOneWay(const std::string& path, const std::vector<uint8_
     return DEAD_OBJECT;
 }
 
-status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+status_t Transport::transact(int64_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                              uint32_t flags) {
     std::string path;
     Frame frame;

@@ -93,12 +93,15 @@ class Transport {
     static Transport& instance();
 
     // Client side.
-    status_t transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+    status_t transact(int64_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags);
-    sp<IBinder> proxyForHandle(int32_t handle);
-    void proxyDestroyed(int32_t handle);
+    sp<IBinder> proxyForHandle(int64_t handle);
+    void proxyDestroyed(int64_t handle);
     // Starts watching the proxy's process; DEAD_OBJECT if it is already gone.
-    status_t watchDeath(int32_t handle);
+    status_t watchDeath(int64_t handle);
+    // Where the handle counter goes on (handles are never reused), so that
+    // tests can reach the 32-bit boundary.
+    void setNextHandle(int64_t next);
 
     // Service manager side. publish pins the object for the life of the process.
     status_t publish(const sp<IBinder>& local, std::string* path, uint64_t* node);
@@ -157,7 +160,7 @@ class Transport {
     bool isBinderSocketPath(const std::string& path);
     sp<BpBinder> proxyFor(const std::string& path, uint64_t node, bool counted);
     void markPathDead(const std::string& path);
-    void markHandleDead(int32_t handle);
+    void markHandleDead(int64_t handle);
 
     // Translation between parcels and frames.
     // References a frame hands out: our nodes it counted, and other
@@ -214,9 +217,9 @@ class Transport {
     // handed it, or what a holder acquired for it. A peer releases only those.
     std::map<std::pair<pid_t, uint64_t>, uint64_t> mHeld;
     pid_t mPid = 0;
-    std::map<int32_t, HandleEntry> mHandles;
-    std::map<std::pair<std::string, uint64_t>, int32_t> mHandleByRef;
-    int32_t mNextHandle = 1;  // handle 0 would be plain data in a parcel
+    std::map<int64_t, HandleEntry> mHandles;
+    std::map<std::pair<std::string, uint64_t>, int64_t> mHandleByRef;
+    int64_t mNextHandle = 1;  // handle 0 would be plain data in a parcel
     std::vector<Endpoint> mEndpoints;
     std::map<std::string, bool> mWatchedPaths;
     std::string mInstanceTag;

@@ -479,7 +479,7 @@ void Transport::joinThreadPool() {
     workerLoop(false);
 }
 
-status_t Transport::watchDeath(int32_t handle) {
+status_t Transport::watchDeath(int64_t handle) {
     std::string path;
     {
         std::lock_guard<std::mutex> lock(mLock);
