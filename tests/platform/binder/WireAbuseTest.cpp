@@ -233,6 +233,54 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
     expectStillServing();
 }
 
+// A transaction the server refuses still gives back the references it
+// counted for the server, or the object they keep would never be freed.
+TEST_F(WireAbuseTest, RefusedFramesReleaseTheirReferences) {
+    const int fd = connectRaw();
+    Frame answer;
+    ASSERT_EQ(exchange(fd, transaction(NEW_OBJECT, tokenAnd({})), &answer), OK);
+    ASSERT_EQ(answer.refs.size(), 1u);
+    const ObjectRef object = answer.refs[0];  // counted for this process
+    ASSERT_EQ(ask(LIVE_OBJECTS), 1);
+
+    // Each refused frame carries the object counted for the server, as a
+    // process forwarding it there acquires it first.
+    Frame unknownTarget = transaction(ECHO, std::vector<uint8_t>(sizeof(flat_binder_object), 0));
+    unknownTarget.header.target = 987654;
+    Frame badNeighbour = transaction(ECHO, std::vector<uint8_t>(2 * sizeof(flat_binder_object)));
+    unknownTarget.refs = {object};
+    badNeighbour.refs = {ObjectRef{1, 0, "/nonexistent/socket"}, object};
+    for (Frame* refused : {&unknownTarget, &badNeighbour}) {
+        for (uint32_t i = 0; i < refused->refs.size(); ++i) {
+            flat_binder_object obj{};
+            obj.type = BINDER_TYPE_HANDLE;
+            obj.handle = i;
+            memcpy(refused->data.data() + i * sizeof obj, &obj, sizeof obj);
+            refused->offsets.push_back(i * sizeof obj);
+        }
+        Frame acquire;
+        acquire.header.kind = FRAME_ACQUIRE;
+        acquire.header.code = 1;
+        acquire.header.flags = static_cast<uint32_t>(serverPid);
+        acquire.header.target = object.node;
+        ASSERT_EQ(exchange(fd, acquire, &answer), OK);
+        EXPECT_NE(exchange(fd, *refused, &answer), OK);
+    }
+    Frame release;
+    release.header.kind = FRAME_RELEASE;
+    release.header.code = 1;
+    release.header.target = object.node;
+    const auto bytes = encodeFrame(&release);
+    ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+    int32_t live = 1;
+    for (int i = 0; i < 500 && live != 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        live = ask(LIVE_OBJECTS);
+    }
+    EXPECT_EQ(live, 0);
+    close(fd);
+}
+
 TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
     // Past the end, overlapping, misaligned, far out.
     const std::vector<std::vector<uint32_t>> badOffsets = {{12}, {0, 4}, {2}, {100}};

@@ -424,19 +424,51 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* e
     return OK;
 }
 
+void Transport::releaseFrameRefs(const Frame& frame, size_t from) {
+    for (size_t i = from; i < frame.refs.size(); ++i) {
+        const ObjectRef& ref = frame.refs[i];
+        if ((ref.flags & REF_COUNTED) == 0) {
+            continue;
+        }
+        if (isOwnPath(ref.path)) {
+            releaseHeld(mPid, ref.node, 1);
+        } else if (isBinderSocketPath(ref.path)) {  // never a notice to anywhere else
+            mReleases.post(ref.path, ref.node, 1);
+        }
+    }
+}
+
 status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
     parcel->freeData();
+    // Everything is checked before anything is taken, so that a refused
+    // frame can give back every reference it counted for this process.
+    for (size_t i = 0; i < frame->offsets.size(); ++i) {
+        const flat_binder_object obj = readFlat(frame->data.data() + frame->offsets[i]);
+        const ObjectRef& ref = frame->refs[i];
+        bool valid = obj.type == BINDER_TYPE_HANDLE && obj.handle == i;
+        if (valid && isOwnPath(ref.path)) {
+            const sp<IBinder> local = lookupNode(ref.node);
+            valid = local != nullptr && local->localBinder() != nullptr;
+        } else if (valid && !isBinderSocketPath(ref.path)) {
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "Refusing a reference outside the binder directory: %s",
+                                ref.path.c_str());
+            valid = false;
+        }
+        if (!valid) {
+            releaseFrameRefs(*frame, 0);
+            return BAD_VALUE;
+        }
+    }
     std::vector<sp<IBinder>> refs;
     for (size_t i = 0; i < frame->offsets.size(); ++i) {
         uint8_t* const p = frame->data.data() + frame->offsets[i];
         flat_binder_object obj = readFlat(p);
-        if (obj.type != BINDER_TYPE_HANDLE || obj.handle != i) {
-            return BAD_VALUE;
-        }
         const ObjectRef& ref = frame->refs[i];
         if (isOwnPath(ref.path)) {
             const sp<IBinder> local = lookupNode(ref.node);
             if (local == nullptr || local->localBinder() == nullptr) {
+                releaseFrameRefs(*frame, i);  // gone meanwhile; `refs` gives back the rest
                 return BAD_VALUE;
             }
             if (ref.flags & REF_COUNTED) {
@@ -450,12 +482,6 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
             obj.cookie = reinterpret_cast<uintptr_t>(bbinder);
             refs.push_back(local);
         } else {
-            if (!isBinderSocketPath(ref.path)) {
-                __android_log_print(ANDROID_LOG_WARN, kTag,
-                                    "Refusing a reference outside the binder directory: %s",
-                                    ref.path.c_str());
-                return BAD_VALUE;
-            }
             const sp<BpBinder> proxy = proxyFor(ref.path, ref.node, (ref.flags & REF_COUNTED) != 0);
             obj.type = BINDER_TYPE_HANDLE;
             obj.binder = static_cast<uint64_t>(proxy->handle());

@@ -171,7 +171,12 @@ class Transport {
     };
     // `peer`: the process the frame goes to, which our objects are counted for.
     status_t parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports, pid_t peer);
+    // BAD_VALUE, with every counted reference of the frame given back, when
+    // an object or reference is invalid.
     status_t frameToParcel(Frame* frame, Parcel* parcel);
+    // Gives back the counted references of a frame that is refused, from
+    // reference `from` on: ours to our accounting, others' to their owners.
+    void releaseFrameRefs(const Frame& frame, size_t from);
     void undoExports(const Exports& exports, pid_t peer);
     void holdNodes(const std::vector<uint64_t>& nodes);
     void releaseNodes(const std::vector<uint64_t>& nodes);

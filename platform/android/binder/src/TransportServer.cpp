@@ -324,6 +324,7 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
         Parcel data;
         const sp<IBinder> target = lookupNode(h.target);
         if (target == nullptr) {
+            releaseFrameRefs(*frame, 0);
             status = DEAD_OBJECT;
         } else if (frameToParcel(frame, &data) != OK) {
             __android_log_print(ANDROID_LOG_WARN, kTag,
