@@ -135,7 +135,7 @@ uint64_t Transport::debitHeld(pid_t peer, uint64_t node, uint64_t count) {
 
 void Transport::releaseHeld(pid_t peer, uint64_t node, uint64_t count) {
     const uint64_t held = debitHeld(peer, node, count);
-    if (held < count) {
+    if (held < count && oncePerSecond(&mLastRefusalLogMs)) {
         __android_log_print(ANDROID_LOG_WARN, kTag,
                             "Ignoring %llu releases of node %llu that pid %d does not hold",
                             static_cast<unsigned long long>(count - held),

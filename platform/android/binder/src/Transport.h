@@ -235,6 +235,9 @@ class Transport {
     std::atomic<int> mIdleMs{Limits().idleMs};
     std::atomic<int> mPartialFrameMs{Limits().partialFrameMs};
     std::atomic<int> mCallMs{Limits().callMs};
+    // When a warning a peer can provoke (refused connections and releases,
+    // deadlines) was last written: at most one a second.
+    std::atomic<int64_t> mLastRefusalLogMs{0};
 
     mutable std::mutex mPoolLock;  // guards the counters, flags and sets below
     size_t mMaxThreads = kDefaultMaxThreads;

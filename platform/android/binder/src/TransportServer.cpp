@@ -194,9 +194,12 @@ void Transport::reaperLoop() {
             }
             const int64_t partialSince = w->partialSinceMs;
             if (partialSince != 0 && now - partialSince > partialMs) {
-                __android_log_print(ANDROID_LOG_WARN, kTag,
-                                    "Closing connection from pid %d: frame incomplete after %d ms",
-                                    static_cast<int>(w->pid), partialMs);
+                if (oncePerSecond(&mLastRefusalLogMs)) {
+                    __android_log_print(
+                        ANDROID_LOG_WARN, kTag,
+                        "Closing connection from pid %d: frame incomplete after %d ms",
+                        static_cast<int>(w->pid), partialMs);
+                }
             } else if (partialSince != 0 || w->watchOnly || now - w->lastActiveMs <= idleMs) {
                 continue;
             }
@@ -220,8 +223,10 @@ void Transport::acceptAll(Watch* listener) {
         if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 ||
             (cred.uid != getuid() && cred.uid != 0)) {
             close(fd);
-            __android_log_print(ANDROID_LOG_WARN, kTag, "Refusing a connection from uid %d",
-                                static_cast<int>(cred.uid));
+            if (oncePerSecond(&mLastRefusalLogMs)) {
+                __android_log_print(ANDROID_LOG_WARN, kTag, "Refusing a connection from uid %d",
+                                    static_cast<int>(cred.uid));
+            }
             continue;
         }
         {
@@ -233,9 +238,11 @@ void Transport::acceptAll(Watch* listener) {
                     mConnectionsByPeer.erase(cred.pid);
                 }
                 close(fd);
-                __android_log_print(ANDROID_LOG_WARN, kTag,
-                                    "Too many connections (from pid %d), refusing one",
-                                    static_cast<int>(cred.pid));
+                if (oncePerSecond(&mLastRefusalLogMs)) {
+                    __android_log_print(ANDROID_LOG_WARN, kTag,
+                                        "Too many connections (from pid %d), refusing one",
+                                        static_cast<int>(cred.pid));
+                }
                 continue;
             }
             ++fromPeer;

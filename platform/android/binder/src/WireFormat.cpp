@@ -222,6 +222,12 @@ int64_t monotonicMs() {
     return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
+bool oncePerSecond(std::atomic<int64_t>* last) {
+    const int64_t now = monotonicMs();
+    int64_t previous = last->load();
+    return now - previous >= 1000 && last->compare_exchange_strong(previous, now);
+}
+
 void setSocketTimeouts(int fd, int sendMillis, int recvMillis) {
     timeval tv{};
     tv.tv_sec = sendMillis / 1000;

@@ -31,6 +31,7 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -103,6 +104,9 @@ status_t recvAll(int fd, void* data, size_t len);
 status_t recvFailureStatus(ssize_t n, int err);
 // Milliseconds of the monotonic clock.
 int64_t monotonicMs();
+// True at most once a second per `last` (the time it last said true): for
+// warnings a peer could otherwise make this process write without end.
+bool oncePerSecond(std::atomic<int64_t>* last);
 // Sets SO_SNDTIMEO and SO_RCVTIMEO (0 = no bound).
 void setSocketTimeouts(int fd, int sendMillis, int recvMillis);
 
