@@ -79,13 +79,13 @@ TEST_F(DataIngestionClientTest, PostsWithExactlyTheTwoHeadersToTheConfiguredEndp
 
 // The token never leaves over anything but TLS, whatever the property says.
 TEST_F(DataIngestionClientTest, BaseUrlThatIsNotHttpsPostsNothingAndAsksForNoToken) {
-    for (const char* base : {"http://lab.example", "ftp://lab.example", "lab.example:443"}) {
+    for (const std::string base : {"http://lab.example", "ftp://lab.example", "lab.example:443"}) {
         root.writeBuildProps({{DataIngestionClient::kUrlProperty, base}});
         logs.clear();
         EXPECT_FALSE(upload());
-        EXPECT_EQ(logs.count(kTag, ""), 1u) << hostlog::describe(logs.entries());
+        EXPECT_EQ(logs.count(kTag, ""), 1u);
         EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, kTag,
-                                  std::string("upload:Refusing to upload to ") + base +
+                                  "upload:Refusing to upload to " + base +
                                       "/maskedFAVs: the ingestion URL must start with https://"));
     }
     root.writeBuildProps({{DataIngestionClient::kUrlProperty, "HTTPS://lab.example"}});

@@ -137,14 +137,12 @@ int main(int argc, char** argv) {
     if (argc > 2) {
         ProcessState::self()->setThreadPoolMaxThreadCount(static_cast<size_t>(atoi(argv[2])));
     }
-    hostbinder::Transport::Limits limits = hostbinder::Transport::instance().limits();
-    if (argc > 3) {
-        limits.idleMs = atoi(argv[3]);
-    }
     if (argc > 4) {
+        hostbinder::Transport::Limits limits;
+        limits.idleMs = atoi(argv[3]);
         limits.partialFrameMs = atoi(argv[4]);
+        hostbinder::Transport::instance().setLimits(limits);
     }
-    hostbinder::Transport::instance().setLimits(limits);
     ProcessState::self()->startThreadPool();
     const status_t err = defaultServiceManager()->addService(String16(argv[1]), new EchoService());
     if (err != OK) {

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "ChildProcess.h"
 #include "EchoService.h"
@@ -18,6 +19,18 @@
 
 namespace vemo {
 namespace test {
+
+// True once `done` holds, polled for up to 10 s.
+inline bool eventually(const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
 
 // Calls `to` with the echo service's token followed by what `fill` writes.
 inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint32_t code,
@@ -32,16 +45,13 @@ inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint3
 // A fresh device root, and binder_test_server serving in it.
 class EchoServerFixture : public ::testing::Test {
   protected:
-    // Starts binder_test_server publishing `name` and finds its service.
-    // `limits`: idle and partial-frame deadlines in ms (binder_test_server's arguments).
-    std::unique_ptr<ChildProcess> launch(const std::string& name, const std::string& maxThreads,
-                                         android::sp<android::IBinder>* found,
-                                         const std::vector<std::string>& limits = {}) {
+    // Starts binder_test_server publishing `name` (further arguments: max
+    // threads, idle and partial-frame deadlines) and finds its service.
+    std::unique_ptr<ChildProcess> launch(const std::string& name,
+                                         const std::vector<std::string>& more,
+                                         android::sp<android::IBinder>* found) {
         std::vector<std::string> args{name};
-        if (!maxThreads.empty() || !limits.empty()) {
-            args.push_back(maxThreads.empty() ? "15" : maxThreads);
-        }
-        args.insert(args.end(), limits.begin(), limits.end());
+        args.insert(args.end(), more.begin(), more.end());
         std::unique_ptr<ChildProcess> child(
             new ChildProcess(BINDER_TEST_SERVER, args, {{"VEMO_DEVICE_ROOT", root.root()}}));
         EXPECT_TRUE(child->waitForOutput("ready pid=", std::chrono::seconds(20)))
@@ -51,9 +61,8 @@ class EchoServerFixture : public ::testing::Test {
         return child;
     }
 
-    void startServer(const std::string& maxThreads = "",
-                     const std::vector<std::string>& limits = {}) {
-        server = launch(kName, maxThreads, &service, limits);
+    void startServer(const std::vector<std::string>& more = {}) {
+        server = launch(kName, more, &service);
         ASSERT_NE(service, nullptr);
         const std::string out = server->output();
         serverPid = std::stoi(out.substr(out.find("ready pid=") + 10));

@@ -13,9 +13,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <future>
-#include <thread>
 
 #include "BinderTestSupport.h"
 #include "FlatBinderObject.h"
@@ -30,11 +30,11 @@ using namespace vemo::test;
 
 class WireAbuseTest : public EchoServerFixture {
   protected:
-    // The server's idle and partial-frame deadlines (its defaults when empty).
-    virtual std::vector<std::string> serverLimits() const { return {}; }
+    // binder_test_server's arguments after the name.
+    virtual std::vector<std::string> serverArgs() const { return {}; }
 
     void SetUp() override {
-        startServer("", serverLimits());
+        startServer(serverArgs());
         std::ifstream entry(root.path("/dev/socket/binder/services/") + kName);
         std::string magic;
         std::string node;
@@ -45,16 +45,17 @@ class WireAbuseTest : public EchoServerFixture {
         serviceNode = std::stoull(node);
     }
 
-    sockaddr_un serverAddress() const {
+    static sockaddr_un address(const std::string& socketPath) {
         sockaddr_un addr{};
         addr.sun_family = AF_UNIX;
-        memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+        memcpy(addr.sun_path, socketPath.c_str(), socketPath.size() + 1);
         return addr;
     }
 
-    int connectRaw() {
+    // A raw connection to the server (or to the socket `to`).
+    int connectRaw(const std::string& to = "") {
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const sockaddr_un addr = serverAddress();
+        const sockaddr_un addr = address(to.empty() ? path : to);
         EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
         setSocketTimeouts(fd, 10000, 10000);
         return fd;
@@ -82,18 +83,34 @@ class WireAbuseTest : public EchoServerFixture {
         return f;
     }
 
-    // Sends `f` and reads the answer; its status.
-    static int32_t exchange(int fd, Frame f, Frame* answer) {
-        const auto bytes = encodeFrame(&f);
-        EXPECT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
-        EXPECT_EQ(readFrame(fd, answer), OK);
-        return answer->header.status;
+    // A transaction to the service carrying one object per reference.
+    Frame withObjects(uint32_t code, std::vector<ObjectRef> refs) const {
+        Frame f = transaction(code, std::vector<uint8_t>(refs.size() * sizeof(flat_binder_object)));
+        for (uint32_t i = 0; i < refs.size(); ++i) {
+            flat_binder_object obj{};
+            obj.type = BINDER_TYPE_HANDLE;
+            obj.handle = i;
+            memcpy(&f.data[i * sizeof obj], &obj, sizeof obj);
+            f.offsets.push_back(i * sizeof obj);
+        }
+        f.refs = std::move(refs);
+        return f;
     }
 
-    void expectStillServing() { EXPECT_EQ(ask(ECHO, {77}), 77); }
+    // A RELEASE or ACQUIRE of `count` references to `node`.
+    static Frame refCount(uint32_t kind, uint64_t node, uint32_t count, uint32_t flags = 0) {
+        Frame f;
+        f.header = FrameHeader{kFrameMagic, kind, count, flags, node};
+        return f;
+    }
+
+    static void sendFrame(int fd, Frame f) {
+        const auto bytes = encodeFrame(&f);
+        EXPECT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+    }
 
     // True when an ordinary call is answered within a second. A server that
-    // does not answer is killed, so the call ends and the test goes on.
+    // does not answer is killed, so that the call ends.
     bool answersPromptly() {
         auto pending = std::async(std::launch::async, [this] { return ask(ECHO, {77}); });
         const bool inTime = pending.wait_for(std::chrono::seconds(1)) == std::future_status::ready;
@@ -103,27 +120,15 @@ class WireAbuseTest : public EchoServerFixture {
         return inTime && pending.get() == 77;
     }
 
-    // A socket in the binder directory that never accepts, its backlog full:
-    // connecting to it blocks.
-    std::string fullSocket(std::vector<int>* fds) {
-        const std::string sink = root.path("/dev/socket/binder/sink");
-        const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un addr{};
-        addr.sun_family = AF_UNIX;
-        memcpy(addr.sun_path, sink.c_str(), sink.size() + 1);
-        EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-        chmod(sink.c_str(), 0600);
-        EXPECT_EQ(listen(listener, 0), 0);
-        fds->push_back(listener);
-        for (int i = 0; i < 8; ++i) {
-            const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-            fds->push_back(fd);
-            if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-                break;
-            }
-        }
-        return sink;
+    // Sends `f` and reads the answer; its status.
+    static int32_t exchange(int fd, Frame f, Frame* answer) {
+        const auto bytes = encodeFrame(&f);
+        EXPECT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+        EXPECT_EQ(readFrame(fd, answer), OK);
+        return answer->header.status;
     }
+
+    void expectStillServing() { EXPECT_EQ(ask(ECHO, {77}), 77); }
 
     std::string path;
     uint64_t serviceNode = 0;
@@ -233,54 +238,6 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
     expectStillServing();
 }
 
-// A transaction the server refuses still gives back the references it
-// counted for the server, or the object they keep would never be freed.
-TEST_F(WireAbuseTest, RefusedFramesReleaseTheirReferences) {
-    const int fd = connectRaw();
-    Frame answer;
-    ASSERT_EQ(exchange(fd, transaction(NEW_OBJECT, tokenAnd({})), &answer), OK);
-    ASSERT_EQ(answer.refs.size(), 1u);
-    const ObjectRef object = answer.refs[0];  // counted for this process
-    ASSERT_EQ(ask(LIVE_OBJECTS), 1);
-
-    // Each refused frame carries the object counted for the server, as a
-    // process forwarding it there acquires it first.
-    Frame unknownTarget = transaction(ECHO, std::vector<uint8_t>(sizeof(flat_binder_object), 0));
-    unknownTarget.header.target = 987654;
-    Frame badNeighbour = transaction(ECHO, std::vector<uint8_t>(2 * sizeof(flat_binder_object)));
-    unknownTarget.refs = {object};
-    badNeighbour.refs = {ObjectRef{1, 0, "/nonexistent/socket"}, object};
-    for (Frame* refused : {&unknownTarget, &badNeighbour}) {
-        for (uint32_t i = 0; i < refused->refs.size(); ++i) {
-            flat_binder_object obj{};
-            obj.type = BINDER_TYPE_HANDLE;
-            obj.handle = i;
-            memcpy(refused->data.data() + i * sizeof obj, &obj, sizeof obj);
-            refused->offsets.push_back(i * sizeof obj);
-        }
-        Frame acquire;
-        acquire.header.kind = FRAME_ACQUIRE;
-        acquire.header.code = 1;
-        acquire.header.flags = static_cast<uint32_t>(serverPid);
-        acquire.header.target = object.node;
-        ASSERT_EQ(exchange(fd, acquire, &answer), OK);
-        EXPECT_NE(exchange(fd, *refused, &answer), OK);
-    }
-    Frame release;
-    release.header.kind = FRAME_RELEASE;
-    release.header.code = 1;
-    release.header.target = object.node;
-    const auto bytes = encodeFrame(&release);
-    ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
-    int32_t live = 1;
-    for (int i = 0; i < 500 && live != 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        live = ask(LIVE_OBJECTS);
-    }
-    EXPECT_EQ(live, 0);
-    close(fd);
-}
-
 TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
     // Past the end, overlapping, misaligned, far out.
     const std::vector<std::vector<uint32_t>> badOffsets = {{12}, {0, 4}, {2}, {100}};
@@ -322,25 +279,25 @@ TEST_F(WireAbuseTest, PeersStalledMidFrameHoldNoThread) {
 // Counted references to objects of a process that never accepts: the
 // server's release notices for them must not hold its pool threads.
 TEST_F(WireAbuseTest, ReleaseNoticesToAPeerThatDoesNotAcceptHoldNoThread) {
-    std::vector<int> fds;
-    const std::string sink = fullSocket(&fds);
-    for (int peer = 0; peer < 20; ++peer) {
-        const int fd = connectRaw();
-        fds.push_back(fd);
-        Frame f = transaction(999, std::vector<uint8_t>(20 * sizeof(flat_binder_object), 0));
-        for (uint32_t i = 0; i < 20; ++i) {
-            flat_binder_object obj{};
-            obj.type = BINDER_TYPE_HANDLE;
-            obj.handle = i;
-            memcpy(f.data.data() + i * sizeof obj, &obj, sizeof obj);
-            f.offsets.push_back(i * sizeof obj);
-            f.refs.push_back(ObjectRef{100u * peer + i + 1, REF_COUNTED, sink});
+    const std::string sink = root.path("/dev/socket/binder/sink");
+    const sockaddr_un addr = address(sink);
+    std::vector<int> fds{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    ASSERT_EQ(bind(fds[0], reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+    chmod(sink.c_str(), 0600);
+    ASSERT_EQ(listen(fds[0], 0), 0);
+    do {  // until its backlog is full
+        fds.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    } while (connect(fds.back(), reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 &&
+             fds.size() < 10);
+    for (uint64_t peer = 0; peer < 20; ++peer) {  // more peers than pool threads
+        std::vector<ObjectRef> refs;
+        for (uint64_t i = 1; i <= 20; ++i) {
+            refs.push_back(ObjectRef{peer * 100 + i, REF_COUNTED, sink});
         }
-        const auto bytes = encodeFrame(&f);
-        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+        fds.push_back(connectRaw());
+        sendFrame(fds.back(), withObjects(999, refs));
     }
-    // Time for the server to take every frame first.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the server takes them all
     EXPECT_TRUE(answersPromptly());
     for (const int fd : fds) {
         close(fd);
@@ -352,67 +309,103 @@ TEST_F(WireAbuseTest, ReleaseNoticesToAPeerThatDoesNotAcceptHoldNoThread) {
 TEST_F(WireAbuseTest, OneProcessCannotTakeEveryConnection) {
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
-    const sockaddr_un addr = serverAddress();
+    const sockaddr_un addr = address(path);
     const pid_t hog = fork();
-    if (hog == 0) {
-        for (int i = 0; i < 600; ++i) {
-            connect(socket(AF_UNIX, SOCK_STREAM, 0), reinterpret_cast<const sockaddr*>(&addr),
-                    sizeof addr);
-        }
-        static_cast<void>(write(ready[1], "x", 1));
-        pause();
-        _exit(0);
+    for (int i = 0; hog == 0 && i < 600; ++i) {
+        connect(socket(AF_UNIX, SOCK_STREAM, 0), reinterpret_cast<const sockaddr*>(&addr),
+                sizeof addr);
     }
-    char c;
-    ASSERT_EQ(read(ready[0], &c, 1), 1);
+    if (hog == 0) {
+        _exit(write(ready[1], "x", 1) == 1 ? pause() : 1);
+    }
+    ASSERT_EQ(read(ready[0], ready, 1), 1);
     service.clear();  // our pooled connections close with the last proxy
     service = defaultServiceManager()->checkService(String16(kName));
-    EXPECT_NE(service, nullptr);
     EXPECT_TRUE(service != nullptr && answersPromptly());
     kill(hog, SIGKILL);
     waitpid(hog, nullptr, 0);
-    close(ready[0]);
-    close(ready[1]);
 }
 
-struct Obituaries : IBinder::DeathRecipient {
-    void binderDied(const wp<IBinder>&) override { ++count; }
-    std::atomic<int> count{0};
-};
+// Another peer (here this process, which holds none of its own objects) can
+// neither release the reference the server holds to our callback, nor
+// acquire any.
+TEST_F(WireAbuseTest, PeersReleaseAndAcquireOnlyWhatTheyHold) {
+    sp<IBinder> callback = new BBinder();
+    ASSERT_EQ(callEcho(service, CALL_ME_LATER,
+                       [&](Parcel* p) {
+                           p->writeStrongBinder(callback);
+                           p->writeInt32(300);
+                           p->writeInt32(7);
+                       }),
+              OK);
+    std::string own;
+    for (const auto& e : std::filesystem::directory_iterator(root.path("/dev/socket/binder"))) {
+        if (e.path().filename().string().rfind(std::to_string(getpid()) + "-", 0) == 0) {
+            own = e.path().string();
+        }
+    }
+    const int fd = connectRaw(own);
+    Frame answer;
+    for (uint64_t node = 1; node <= 16; ++node) {
+        sendFrame(fd, refCount(FRAME_RELEASE, node, 1000));
+        EXPECT_NE(exchange(fd, refCount(FRAME_ACQUIRE, node, 1), &answer), OK) << node;
+    }
+    close(fd);
+    callback.clear();  // the server's reference alone keeps it
+    ASSERT_TRUE(server->waitForOutput("callback status ", std::chrono::seconds(10)));
+    // A BBinder answers code 1 with UNKNOWN_TRANSACTION; a freed one would be DEAD_OBJECT.
+    EXPECT_TRUE(server->waitForOutput("callback status -74\n", std::chrono::seconds(1)))
+        << server->output();
+}
+
+// A transaction the server refuses still gives back the references it
+// counted for the server, or the object they keep would never be freed.
+TEST_F(WireAbuseTest, RefusedFramesReleaseTheirReferences) {
+    const int fd = connectRaw();
+    Frame answer;
+    ASSERT_EQ(exchange(fd, transaction(NEW_OBJECT, tokenAnd({})), &answer), OK);
+    ASSERT_EQ(answer.refs.size(), 1u);
+    const ObjectRef object = answer.refs[0];  // counted for this process
+    Frame unknownTarget = withObjects(ECHO, {object});
+    unknownTarget.header.target = 987654;
+    const Frame badNeighbour = withObjects(ECHO, {ObjectRef{1, 0, "/nonexistent/socket"}, object});
+    for (const Frame& refused : {unknownTarget, badNeighbour}) {
+        // Counted for the server, as a process forwarding it there does.
+        ASSERT_EQ(exchange(fd, refCount(FRAME_ACQUIRE, object.node, 1, serverPid), &answer), OK);
+        EXPECT_NE(exchange(fd, refused, &answer), OK);
+    }
+    sendFrame(fd, refCount(FRAME_RELEASE, object.node, 1));
+    EXPECT_TRUE(eventually([&] { return ask(LIVE_OBJECTS) == 0; }));
+    close(fd);
+}
 
 class WireDeadlineTest : public WireAbuseTest {
   protected:
-    std::vector<std::string> serverLimits() const override { return {"500", "300"}; }
+    std::vector<std::string> serverArgs() const override { return {"15", "500", "300"}; }
 };
 
-// Peers that send nothing, stop inside a frame, or trickle one slower than
-// the frame deadline are closed; this process's own connections (pooled,
-// and the one watching for the server's death) are not disturbed.
+// Peers that send nothing, or stop inside a frame, are closed; this
+// process's own connections (pooled, watching for death) are not disturbed.
 TEST_F(WireDeadlineTest, IdleAndHalfSentConnectionsAreClosed) {
-    Transport& transport = Transport::instance();
-    const Transport::Limits saved = transport.limits();
-    Transport::Limits mine = saved;
-    mine.idleMs = 500;
-    transport.setLimits(mine);
-    sp<Obituaries> obituaries = new Obituaries();
-    ASSERT_EQ(service->linkToDeath(obituaries), OK);
-
+    Transport::Limits limits;
+    limits.idleMs = 500;  // pooled connections are dropped after half of it
+    Transport::instance().setLimits(limits);
+    struct Ignore : IBinder::DeathRecipient {
+        void binderDied(const wp<IBinder>&) override {}
+    };
+    // A death watch closed as idle would read as the server's death.
+    ASSERT_EQ(service->linkToDeath(new Ignore()), OK);
     Frame f = transaction(ECHO, tokenAnd({1}));
     const auto bytes = encodeFrame(&f);
     const int idle = connectRaw();
     const int half = connectRaw();
     ASSERT_EQ(sendAll(half, bytes.data(), bytes.size() - 1), OK);
-    const int trickle = connectRaw();
-    for (size_t i = 0; i < bytes.size() && sendAll(trickle, &bytes[i], 1) == OK; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    for (const int fd : {idle, half, trickle}) {
-        EXPECT_TRUE(closedByPeer(fd));
-        close(fd);
-    }
+    EXPECT_TRUE(closedByPeer(idle));
+    EXPECT_TRUE(closedByPeer(half));
     EXPECT_EQ(ask(ECHO, {5}), 5);
-    EXPECT_EQ(obituaries->count, 0);
-    transport.setLimits(saved);
+    close(idle);
+    close(half);
+    Transport::instance().setLimits(Transport::Limits());
 }
 
 TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {
