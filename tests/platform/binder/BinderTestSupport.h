@@ -11,7 +11,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "ChildProcess.h"
 #include "EchoService.h"
@@ -19,18 +18,6 @@
 
 namespace vemo {
 namespace test {
-
-// True once `done` holds, polled for up to 10 s.
-inline bool eventually(const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
 
 // Calls `to` with the echo service's token followed by what `fill` writes.
 inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint32_t code,
