@@ -40,8 +40,11 @@
 //
 // A process that forwards a proxy (passes a reference it received on to
 // another process) first acquires one more reference from the object's owner
-// (a two-way ACQUIRE), which the new holder releases in turn; so the owner
-// keeps the object while any process holds a proxy to it. A call that sends
+// for the new holder (a two-way ACQUIRE naming it), which the new holder
+// releases in turn; so the owner keeps the object while any process holds a
+// proxy to it. The owner counts, per peer process, the references it handed
+// to it or acquired for it: a RELEASE gives back only those, and only a
+// holder may ACQUIRE. A call that sends
 // its own objects also holds them until its reply has been read, so an
 // object echoed back in the reply is still there.
 //

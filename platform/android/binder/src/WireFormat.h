@@ -13,8 +13,10 @@
 // `code`/`flags`; REPLY answers it with `status` (a negative status carries
 // no data, as the device's status-code replies); RELEASE drops `code`
 // references the receiver holds for node `target` on the sender's behalf;
-// ACQUIRE adds `code` such references and is answered by a REPLY (status OK,
-// or DEAD_OBJECT when the node is gone); WATCH says that the sender only waits
+// ACQUIRE, from a process that holds such a reference, adds `code` of them
+// for the process whose pid is `flags` (the one it forwards the reference
+// to) and is answered by a REPLY (status OK, or PERMISSION_DENIED when the
+// sender holds none or the node is gone); WATCH says that the sender only waits
 // on this connection for the receiver's exit, so it is never idle-closed.
 // All integers are little-endian host order, as parcels are.
 //
