@@ -103,8 +103,9 @@ CampaignCatalog::Loaded CampaignCatalog::load(const std::string& path) const {
     }
     try {
         for (const auto& entry : fact::CampaignSchemaProvider().LoadConfig(path)) {
-            loaded.campaigns.emplace_back(
-                entry.first, std::make_shared<const CampaignLayout>(layoutOf(entry.second)));
+            auto layout = std::make_shared<CampaignLayout>(layoutOf(entry.second));
+            layout->path = path;
+            loaded.campaigns.emplace_back(entry.first, std::move(layout));
         }
     } catch (const std::exception& e) {
         logger.w("%s:skipping %s: %s", "load", path.c_str(), e.what());

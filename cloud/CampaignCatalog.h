@@ -41,6 +41,8 @@ struct CampaignLayout {
     std::vector<ItemLayout> items;
     // Sum of the items' lengths: a device's vector without its checksum.
     uint32_t vectorLength = 0;
+    // The document's file.
+    std::string path;
 };
 
 class CampaignCatalog {

@@ -7,6 +7,8 @@
 #include <cstring>
 
 #include <exception>
+#include <fstream>
+#include <sstream>
 
 #include "ReportRenderer.h"
 #include "ResultsBuilder.h"
@@ -193,6 +195,24 @@ void CloudServer::routes() {
             }
         };
     };
+    // Devices fetch the documents the cloud distributes.
+    server_->Get(R"(/v1/campaigns/([^/]+))",
+                 guarded([this](const httplib::Request& req, httplib::Response& res) {
+                     const std::string token = req.get_header_value(kTokenHeader);
+                     if (token.empty() || !store_.deviceForToken(token)) {
+                         answer(res, {401, WireFormat::writeError("unknown access token")});
+                         return;
+                     }
+                     const auto layout = catalog_.find(req.matches[1]);
+                     std::ifstream in(layout ? layout->path : std::string());
+                     std::ostringstream document;
+                     document << in.rdbuf();
+                     if (!layout || !in) {
+                         answer(res, {404, WireFormat::writeError("no such campaign")});
+                         return;
+                     }
+                     answer(res, {200, document.str()});
+                 }));
     server_->Get(R"(/v1/campaigns/([^/]+)/results)", guarded(analyst(false)));
     server_->Get(R"(/v1/campaigns/([^/]+)/report)", guarded(analyst(true)));
 }

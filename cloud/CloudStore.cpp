@@ -199,7 +199,7 @@ CloudStore::CloudStore(const std::string& path) {
         // FULL: a commit in WAL mode is on disk before the call returns, which
         // is what an acknowledged upload promises.
         exec("PRAGMA synchronous=FULL");
-        exec(kSchema);
+        migrate();
     } catch (...) {
         sqlite3_close(db_);
         db_ = nullptr;
@@ -209,6 +209,21 @@ CloudStore::CloudStore(const std::string& path) {
 
 CloudStore::~CloudStore() {
     sqlite3_close(db_);
+}
+
+void CloudStore::migrate() {
+    Statement version(db_, "PRAGMA user_version");
+    version.step();
+    const int64_t found = version.integer(0);
+    Statement tables(db_, "SELECT COUNT(*) FROM sqlite_master");
+    tables.step();
+    if (found == 0 && tables.integer(0) == 0) {
+        exec(kSchema);
+        exec(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str());
+    } else if (found != kSchemaVersion) {
+        throw StoreError("database schema version " + std::to_string(found) +
+                         ", this program reads version " + std::to_string(kSchemaVersion));
+    }
 }
 
 void CloudStore::exec(const char* sql) {

@@ -164,10 +164,14 @@ class CloudStore {
     std::vector<Totals> totals(const std::string& campaignId);
     HealthCounts health();
 
+    static constexpr int64_t kSchemaVersion = 1;
+
   private:
     class Statement;
     class Transaction;
 
+    // Creates the tables in a new database; refuses another schema version.
+    void migrate();
     void exec(const char* sql);
     bool failSessionLocked(const std::string& sessionId, const std::string& reason);
 

@@ -43,7 +43,10 @@ void FactHeartbeatMetric::addCount(const std::string& name) {
 
 void FactHeartbeatMetric::addCounts(const std::string& name, int n) {
     std::lock_guard<std::mutex> guard(lock_);
-    counters_[name] += n;
+    // Modulo 2^32, as the device's 32-bit counters: signed overflow would be
+    // undefined.
+    int32_t& counter = counters_[name];
+    counter = static_cast<int32_t>(static_cast<uint32_t>(counter) + static_cast<uint32_t>(n));
 }
 
 void FactHeartbeatMetric::setCounterDatapoint(const std::string& name, int value) {

@@ -35,6 +35,8 @@ class FactHeartbeatMetric {
     FactHeartbeatMetric(const FactHeartbeatMetric&) = delete;
     FactHeartbeatMetric& operator=(const FactHeartbeatMetric&) = delete;
 
+    // Counts wrap modulo 2^32 (2147483647 + 1 is -2147483648), as 32-bit
+    // counters do on the device; they never saturate.
     void addCount(const std::string& name);
     void addCounts(const std::string& name, int n);
     void setCounterDatapoint(const std::string& name, int value);

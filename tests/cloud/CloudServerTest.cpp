@@ -235,6 +235,9 @@ TEST_F(CloudServerTest, BadEventsAndUploadsAreRefusedWithNothingStored) {
     EXPECT_EQ(cloud->post("/v20160207/event", token, hello)->status, 200);
     EXPECT_EQ(cloud->post("/v20160207/event", token, hello)->status, 409);
     EXPECT_EQ(store.health().uploads, before.uploads + 1);
+    EXPECT_EQ(cloud->get("/v20160207/directives?after=0", "nobody")->status, 401);
+    EXPECT_EQ(cloud->get("/v1/campaigns/wakeword_quality", "nobody")->status, 401);
+    EXPECT_EQ(cloud->get("/v1/campaigns/wakeword_quality", token)->status, 200);
 }
 
 TEST_F(CloudServerTest, ConcurrentFleetIsCountedOnce) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <thread>
 
 #include "TempDeviceRoot.h"
@@ -93,6 +94,12 @@ TEST_F(FactHeartbeatMetricTest, CountingAfterShutdownWorksButIsNotReported) {
     const size_t reported = metrics.records().size();
     heartbeat.addCount("Late");
     EXPECT_EQ(heartbeat.getCount("Late"), 1);
+    // Counts wrap as 32-bit counters, both ways (UBSan reports an overflow).
+    heartbeat.setCounterDatapoint("Wraps", INT32_MAX);
+    heartbeat.addCount("Wraps");
+    EXPECT_EQ(heartbeat.getCount("Wraps"), INT32_MIN);
+    heartbeat.addCounts("Wraps", -1);
+    EXPECT_EQ(heartbeat.getCount("Wraps"), INT32_MAX);
     // Twenty intervals pass without another report.
     std::this_thread::sleep_for(200ms);
     EXPECT_EQ(metrics.records().size(), reported);

@@ -5,6 +5,7 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <memory>
+#include <vector>
 
 namespace fact {
 namespace tdp {
@@ -71,12 +72,44 @@ const char kSchemaText[] = R"({
     "required": ["version", "ecs_sensory_events"]
 })";
 
+// RapidJSON builds no schema for a pattern whose value is not an object and
+// then dereferences it for every member name the pattern matches: such a
+// pattern becomes {} (no constraint), which is what a draft-04 validator
+// makes of a non-schema there.
+void replaceNonObjectPatterns(rapidjson::Value& schema) {
+    std::vector<rapidjson::Value*> pending{&schema};
+    while (!pending.empty()) {
+        rapidjson::Value* const value = pending.back();
+        pending.pop_back();
+        if (value->IsArray()) {
+            for (auto& item : value->GetArray()) {
+                pending.push_back(&item);
+            }
+            continue;
+        }
+        if (!value->IsObject()) {
+            continue;
+        }
+        for (auto& member : value->GetObject()) {
+            if (member.name == "patternProperties" && member.value.IsObject()) {
+                for (auto& pattern : member.value.GetObject()) {
+                    if (!pattern.value.IsObject()) {
+                        pattern.value.SetObject();
+                    }
+                }
+            }
+            pending.push_back(&member.value);
+        }
+    }
+}
+
 std::unique_ptr<rapidjson::SchemaDocument> parseSchema() {
     rapidjson::Document document;
     document.Parse(kSchemaText);
     if (document.HasParseError()) {
         return nullptr;
     }
+    replaceNonObjectPatterns(document);
     return std::unique_ptr<rapidjson::SchemaDocument>(new rapidjson::SchemaDocument(document));
 }
 

@@ -3,7 +3,9 @@
 #include <fact/fact_api.h>
 
 #include "common/VemoLogger.h"
+#include "fact/CampaignSchemaProvider.h"
 #include "fact/FactHeartbeatMetric.h"
+#include "fact/JsonUtils.h"
 #include "fact/tdp/TdpConfigSchema.h"
 #include "fact/tdp/TdpJson.h"
 
@@ -14,6 +16,7 @@ const vemo::VemoLogger logger{"TdpManager"};
 }  // namespace
 
 constexpr const char* TdpManager::kDataProducer;
+constexpr size_t TdpManager::kMaxConfigBytes;
 
 int telemetryDataProducerLoadConfig(const char* dataProducer, const char* config) {
     return TdpManager::GetInstance().loadDataProducerConfig(
@@ -69,8 +72,29 @@ int TdpManager::loadDataProducerConfig(const std::string& dataProducer, const st
         return 0;
     }
     // Parsing and validation touch no state, so they run outside the lock.
-    if (parseJson(config).HasParseError()) {
+    if (config.size() > kMaxConfigBytes) {
+        logger.e("%s:Configuration too large: %zu bytes (limit %zu)", "loadDataProducerConfig",
+                 config.size(), kMaxConfigBytes);
+        return 1;
+    }
+    const rapidjson::Document document = parseJson(config);
+    if (document.HasParseError()) {
         logger.e("%s:Could not parse json: %s", "loadDataProducerConfig", config.c_str());
+        return 1;
+    }
+    if (json::TooDeep(document)) {
+        logger.e("%s:Configuration nests deeper than %d levels", "loadDataProducerConfig",
+                 json::kMaxDepth);
+        return 1;
+    }
+    const json::ArrayItems items = json::CountArrayItems(document);
+    if (items.longest > CampaignSchemaProvider::kMaxArrayItems ||
+        items.total > CampaignSchemaProvider::kMaxTotalArrayItems) {
+        logger.e(
+            "%s:Configuration has too many array items (longest %zu, total %zu; limits %zu, "
+            "%zu)",
+            "loadDataProducerConfig", items.longest, items.total,
+            CampaignSchemaProvider::kMaxArrayItems, CampaignSchemaProvider::kMaxTotalArrayItems);
         return 1;
     }
     TdpConfigSchema::Failure failure;

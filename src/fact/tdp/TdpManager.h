@@ -37,6 +37,10 @@ int telemetryDataProducerLoadConfig(const char* dataProducer, const char* config
 class TdpManager {
   public:
     static constexpr const char* kDataProducer = "TelemetryDataProducer";
+    // Validation runs inside the library's calls, under its lock, and costs
+    // time quadratic in an array's length ("uniqueItems"): configurations
+    // get the bounds of the campaign files they come from.
+    static constexpr size_t kMaxConfigBytes = 1 << 20;
 
     // Sends one produced event; 0 on success (the library's status).
     using EventSender = std::function<uint32_t(const char* dataProducer, const char* event)>;
@@ -61,8 +65,9 @@ class TdpManager {
 
     // 0 when the configuration was accepted or disabled the producer ("" or
     // "{}"), 1 when it was refused: addressed to another producer, not JSON,
-    // or not valid under the schema (state unchanged), or not loadable
-    // (producer left disabled and empty).
+    // beyond the campaign loader's bounds (kMaxConfigBytes, nesting, array
+    // items), or not valid under the schema (state unchanged), or not
+    // loadable (producer left disabled and empty).
     int loadDataProducerConfig(const std::string& dataProducer, const std::string& config);
 
     // Processes one ECS event and sends the event it triggers, if any.

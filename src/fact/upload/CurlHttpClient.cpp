@@ -64,7 +64,6 @@ Response transfer(const std::string& url,
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response.body);
     // The body is sent as it is, even if it holds a NUL byte.
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "https");
     applyLimits(curl, limits);
 
     char caFile[PROP_VALUE_MAX] = {};

@@ -6,8 +6,8 @@
 // Peer verification is always on, against libcurl's default CA store. The
 // system property kCaFileProperty, when set, names a PEM bundle used as the
 // CA file instead of the default one (a lab or a test trusting its own CA);
-// it is re-read for every transfer. Only https URLs are accepted, so the
-// access token never travels in clear text.
+// it is re-read for every transfer. Schemes are libcurl's defaults; callers
+// that send secrets (the ingestion client) refuse anything but https first.
 //
 // libcurl bounds only the connect phase (300 s) by default: a peer that
 // accepts the connection and then goes silent would hold the calling thread

@@ -2,6 +2,7 @@
 
 #include <sys/system_properties.h>
 
+#include <cctype>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -59,6 +60,19 @@ DataIngestionClient::DataIngestionClient(std::shared_ptr<IUploadApiAuthenticator
       logger_("DataIngestionClient"),
       inFlight_(std::make_shared<InFlight>()) {}
 
+bool DataIngestionClient::isHttps(const std::string& url) {
+    static const char kScheme[] = "https://";
+    if (url.size() < sizeof kScheme - 1) {
+        return false;
+    }
+    for (size_t i = 0; i < sizeof kScheme - 1; ++i) {
+        if (std::tolower(static_cast<unsigned char>(url[i])) != kScheme[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
 std::string DataIngestionClient::endpointUrl() {
     char value[PROP_VALUE_MAX] = {};
     std::string base = __system_property_get(kUrlProperty, value) > 0 ? value : kDefaultBaseUrl;
@@ -108,6 +122,16 @@ bool DataIngestionClient::upload(const std::vector<T>& data, const std::string& 
     const std::string encoded = encodeVector(asInt32(data), metadata.elementDatatypeEndianness);
     const std::string document = createJsonPayload(encoded, metadata, applicationId, cohortId);
 
+    // The access token travels with the upload: never over anything but TLS,
+    // whatever the property says.
+    const std::string url = endpointUrl();
+    if (!isHttps(url)) {
+        count("DataIngestionClientUploadResponseErrorCount");
+        logger_.e("%s:Refusing to upload to %s: the ingestion URL must start with https://", fn,
+                  url.c_str());
+        return false;
+    }
+
     std::unordered_map<std::string, std::string> headers;
     headers["Content-Type"] = "application/json";
     try {
@@ -120,7 +144,7 @@ bool DataIngestionClient::upload(const std::vector<T>& data, const std::string& 
 
     Response response;
     try {
-        response = httpClient_->sendRequest(endpointUrl(), headers, document).get();
+        response = httpClient_->sendRequest(url, headers, document).get();
     } catch (const std::exception& e) {
         count("DataIngestionClientUploadResponseErrorCount");
         logger_.e("%s:Error in getting http response: %s", fn, e.what());

@@ -3,7 +3,7 @@
 // campaign metadata, encodes the vector, builds the upload document, adds the
 // access token and posts the document to <base URL>/maskedFAVs, where the base
 // URL is the system property kUrlProperty (re-read for every upload; default
-// kDefaultBaseUrl). Only a 200 answer is success. Failures are counted in the
+// kDefaultBaseUrl) and must be https. Only a 200 answer is success. Failures are counted in the
 // heartbeat, logged once and reported as false; nothing is retried, queued or
 // persisted.
 //
@@ -58,6 +58,9 @@ class DataIngestionClient {
     // The endpoint as it stands now: the property's base URL (or the
     // default) with kUploadPath appended.
     static std::string endpointUrl();
+    // True when `url`'s scheme is https (in any case): the only endpoint an
+    // upload, which carries the access token, is sent to.
+    static bool isHttps(const std::string& url);
 
   private:
     struct InFlight;

@@ -115,6 +115,15 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
     std::string duplicate = basic;  // a timer that ends as it starts
     duplicate.replace(duplicate.find("TIMER_STATE_IDLE"), 16, "TIMER_STATE_RINGING");
     const Lines disabling = debug("Disabling Telemetry Data Producer due to empty configuration.");
+    // A sticky member that the schema's pattern "additionalProperties" matches.
+    const std::string patternNamed =
+        R"({"version":"1","ecs_sensory_events":{"event_emit_criteria":[],"output_priority":["p"],)"
+        R"("sticky_signal_config":{"additionalProperties":{"start_transition":[],)"
+        R"("end_transition":[]}},"passthrough_config":{}}})";
+    const std::string deep = "{\"x\":" + std::string(100, '[') + std::string(100, ']') + "," +
+                             basic.substr(basic.find('{') + 1);
+    const std::string huge =
+        "{\"x\":\"" + std::string(1 << 20, 'a') + "\"," + basic.substr(basic.find('{') + 1);
     const struct {
         const char* producer;
         std::string config;
@@ -139,6 +148,14 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
          R"("sticky_signal_config":{}}})",
          1, true, invalid("/ecs_sensory_events", "required")},
         {kProducer, duplicate, 1, false, error("Could not set configuration: " + duplicate)},
+        {kProducer, patternNamed, 1, false, error("Could not set configuration: " + patternNamed)},
+        {kProducer, generatedConfig("1", 5000, 0), 1, true,
+         error("Configuration has too many array items (longest 5000, total 5000; limits 4096, "
+               "16384)")},
+        {kProducer, deep, 1, true, error("Configuration nests deeper than 64 levels")},
+        {kProducer, huge, 1, true,
+         error("Configuration too large: " + std::to_string(huge.size()) +
+               " bytes (limit 1048576)")},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.config);

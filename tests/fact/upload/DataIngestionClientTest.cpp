@@ -77,6 +77,23 @@ TEST_F(DataIngestionClientTest, PostsWithExactlyTheTwoHeadersToTheConfiguredEndp
     }
 }
 
+// The token never leaves over anything but TLS, whatever the property says.
+TEST_F(DataIngestionClientTest, BaseUrlThatIsNotHttpsPostsNothingAndAsksForNoToken) {
+    for (const std::string base : {"http://lab.example", "ftp://lab.example", "lab.example:443"}) {
+        root.writeBuildProps({{DataIngestionClient::kUrlProperty, base}});
+        logs.clear();
+        EXPECT_FALSE(upload());
+        EXPECT_EQ(logs.count(kTag, ""), 1u);
+        EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, kTag,
+                                  "upload:Refusing to upload to " + base +
+                                      "/maskedFAVs: the ingestion URL must start with https://"));
+    }
+    root.writeBuildProps({{DataIngestionClient::kUrlProperty, "HTTPS://lab.example"}});
+    EXPECT_TRUE(upload());
+    EXPECT_EQ(http->calls.size(), 1u);
+    EXPECT_EQ(auth->requests, 1);
+}
+
 TEST_F(DataIngestionClientTest, BadMetadataPostsNothingAndAsksForNoToken) {
     const int32_t before = fact::FactHeartbeatMetric::GetInstance().getCount(
         "DataIngestionClientCampaignMetadataFailure");

@@ -1,5 +1,5 @@
 // A small process publishing the echo service, for the cross-process tests.
-// Usage: binder_test_server <service name> [max pool threads]
+// Usage: binder_test_server <service name> [max pool threads [idle ms [partial frame ms]]]
 // Prints "ready" on stderr once the service is published.
 #include <binder/Binder.h>
 #include <binder/IPCThreadState.h>
@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "EchoService.h"
+#include "Transport.h"
 
 namespace {
 
@@ -135,6 +136,12 @@ int main(int argc, char** argv) {
     }
     if (argc > 2) {
         ProcessState::self()->setThreadPoolMaxThreadCount(static_cast<size_t>(atoi(argv[2])));
+    }
+    if (argc > 4) {
+        hostbinder::Transport::Limits limits;
+        limits.idleMs = atoi(argv[3]);
+        limits.partialFrameMs = atoi(argv[4]);
+        hostbinder::Transport::instance().setLimits(limits);
     }
     ProcessState::self()->startThreadPool();
     const status_t err = defaultServiceManager()->addService(String16(argv[1]), new EchoService());

@@ -32,13 +32,13 @@ inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint3
 // A fresh device root, and binder_test_server serving in it.
 class EchoServerFixture : public ::testing::Test {
   protected:
-    // Starts binder_test_server publishing `name` and finds its service.
-    std::unique_ptr<ChildProcess> launch(const std::string& name, const std::string& maxThreads,
+    // Starts binder_test_server publishing `name` (further arguments: max
+    // threads, idle and partial-frame deadlines) and finds its service.
+    std::unique_ptr<ChildProcess> launch(const std::string& name,
+                                         const std::vector<std::string>& more,
                                          android::sp<android::IBinder>* found) {
         std::vector<std::string> args{name};
-        if (!maxThreads.empty()) {
-            args.push_back(maxThreads);
-        }
+        args.insert(args.end(), more.begin(), more.end());
         std::unique_ptr<ChildProcess> child(
             new ChildProcess(BINDER_TEST_SERVER, args, {{"VEMO_DEVICE_ROOT", root.root()}}));
         EXPECT_TRUE(child->waitForOutput("ready pid=", std::chrono::seconds(20)))
@@ -48,8 +48,8 @@ class EchoServerFixture : public ::testing::Test {
         return child;
     }
 
-    void startServer(const std::string& maxThreads = "") {
-        server = launch(kName, maxThreads, &service);
+    void startServer(const std::vector<std::string>& more = {}) {
+        server = launch(kName, more, &service);
         ASSERT_NE(service, nullptr);
         const std::string out = server->output();
         serverPid = std::stoi(out.substr(out.find("ready pid=") + 10));

@@ -2,12 +2,16 @@
 // test's own device root and called through the service manager.
 #include <binder/IPCThreadState.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <future>
 
 #include "BinderTestSupport.h"
+#include "Transport.h"
+#include "platform/DeviceRoot.h"
 
 namespace {
 
@@ -106,6 +110,53 @@ TEST_F(TransportTest, PublishedServiceIsFoundAndAnswers) {
     EXPECT_EQ(sm->checkService(String16("../x")), nullptr);
 }
 
+// The socket path (second line) of a registry entry file.
+std::string socketIn(const std::string& entryFile) {
+    std::ifstream in(entryFile);
+    std::string line;
+    std::getline(in, line);
+    std::getline(in, line);
+    return line;
+}
+
+// A registry entry is followed only when this user wrote it, no one else can
+// change it or its directory, and it names a socket of this user lying in
+// the binder directory itself.
+TEST_F(TransportTest, TamperedRegistryEntriesReadAsAbsent) {
+    startServer();
+    TempDeviceRoot otherRoot;  // a serving process outside our binder directory
+    vemo::platform::setDeviceRoot(root.root());
+    ChildProcess other(BINDER_TEST_SERVER, {"o"}, {{"VEMO_DEVICE_ROOT", otherRoot.root()}});
+    ASSERT_TRUE(other.waitForOutput("ready pid=", 20s)) << other.output();
+    const std::string foreign = socketIn(otherRoot.path("/dev/socket/binder/services/o"));
+    const std::string entry = root.path("/dev/socket/binder/services/") + kName;
+    const std::string ours = socketIn(entry);
+    const std::string binderDir = root.path("/dev/socket/binder");
+    ASSERT_EQ(symlink(foreign.c_str(), (binderDir + "/link").c_str()), 0);
+    const auto writeEntry = [&](const std::string& socket) {
+        unlink(entry.c_str());
+        std::ofstream(entry) << "binder-service 1\n" << socket << "\n1\n8\n";
+        chmod(entry.c_str(), 0644);
+    };
+    const std::function<void()> tampering[] = {
+        [&] { writeEntry(foreign); },
+        [&] { writeEntry(binderDir + "/link"); },
+        [&] { chmod(entry.c_str(), 0666); },
+        [&] {
+            rename(entry.c_str(), (binderDir + "/moved").c_str());
+            symlink((binderDir + "/moved").c_str(), entry.c_str());
+        },
+        [&] { chmod(ours.c_str(), 0666); },
+    };
+    for (size_t i = 0; i < std::size(tampering); ++i) {
+        tampering[i]();
+        EXPECT_EQ(defaultServiceManager()->checkService(String16(kName)), nullptr) << i;
+        writeEntry(ours);
+        chmod(ours.c_str(), 0600);
+        EXPECT_NE(defaultServiceManager()->checkService(String16(kName)), nullptr) << i;
+    }
+}
+
 TEST_F(TransportTest, OneWayCallsFromOneThreadArriveInOrder) {
     startServer();
     std::vector<int32_t> sent;
@@ -152,6 +203,22 @@ TEST_F(TransportTest, BindersSentBackAreTheSameObjects) {
     }
 }
 
+// Handles never wrap: a proxy numbered past 32 bits is itself, and comes
+// back as itself.
+TEST_F(TransportTest, ProxyHandlesGoPastThirtyTwoBits) {
+    hostbinder::Transport::instance().setNextHandle((int64_t{1} << 32) - 1);
+    startServer();
+    Parcel made;
+    ASSERT_EQ(call(NEW_OBJECT, {}, &made), OK);
+    for (const sp<IBinder>& object : {service, made.readStrongBinder()}) {
+        Parcel reply;
+        ASSERT_EQ(callEcho(
+                      object, ECHO, [&](Parcel* p) { p->writeStrongBinder(object); }, &reply),
+                  OK);
+        EXPECT_EQ(reply.readStrongBinder(), object);
+    }
+}
+
 TEST_F(TransportTest, HandlerStatusesReachTheCaller) {
     startServer();
     Parcel reply;
@@ -171,7 +238,7 @@ TEST_F(TransportTest, ConcurrentCallsAreServedAtOnceAndTheirConnectionsCloseWith
 }
 
 TEST_F(TransportTest, PoolNeverExceedsItsBound) {
-    startServer("2");
+    startServer({"2"});
     for (const int32_t answer : barrierFromThreads(5, 5, 200)) {
         EXPECT_NE(answer, INT32_MIN);
     }
@@ -202,6 +269,22 @@ TEST_F(TransportTest, PeerThatDiedGivesDeadObjectAndAnObituary) {
     EXPECT_EQ(service->linkToDeath(recorder), DEAD_OBJECT);
     EXPECT_EQ(defaultServiceManager()->checkService(String16(kName)), nullptr);
     EXPECT_EQ(defaultServiceManager()->listServices().size(), 0u);
+}
+
+// A two-way call whose peer never answers ends after the call timeout; the
+// proxy and the service stay usable.
+TEST_F(TransportTest, CallNeverAnsweredTimesOut) {
+    startServer();
+    hostbinder::Transport::Limits limits;
+    limits.callMs = 300;
+    hostbinder::Transport::instance().setLimits(limits);
+    auto pending = std::async(std::launch::async, [this] { return call(BLOCK); });
+    if (pending.wait_for(10s) != std::future_status::ready) {
+        server->signal(SIGKILL);  // ends the call (DEAD_OBJECT) and the test
+    }
+    EXPECT_EQ(pending.get(), TIMED_OUT);
+    hostbinder::Transport::instance().setLimits(hostbinder::Transport::Limits());
+    EXPECT_EQ(ask(ECHO, {3}), 3);
 }
 
 TEST_F(TransportTest, PeerDyingMidCallEndsTheCallWithDeadObject) {
@@ -236,7 +319,7 @@ TEST_F(TransportTest, GetServiceWaitsForALateService) {
 TEST_F(TransportTest, ForwardedProxyKeepsTheObjectAliveForItsNewHolder) {
     startServer();
     sp<IBinder> second;
-    const auto secondServer = launch("vemo.test.second", "", &second);
+    const auto secondServer = launch("vemo.test.second", {}, &second);
     ASSERT_NE(second, nullptr);
     Parcel reply;
     ASSERT_EQ(call(NEW_OBJECT, {}, &reply), OK);

@@ -2,17 +2,23 @@
 // server answers with an error or drops that one connection, and keeps
 // serving everyone else.
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <future>
 
 #include "BinderTestSupport.h"
 #include "FlatBinderObject.h"
+#include "Transport.h"
 #include "WireFormat.h"
 
 namespace {
@@ -23,8 +29,11 @@ using namespace vemo::test;
 
 class WireAbuseTest : public EchoServerFixture {
   protected:
+    // binder_test_server's arguments after the name.
+    virtual std::vector<std::string> serverArgs() const { return {}; }
+
     void SetUp() override {
-        startServer();
+        startServer(serverArgs());
         std::ifstream entry(root.path("/dev/socket/binder/services/") + kName);
         std::string magic;
         std::string node;
@@ -35,12 +44,18 @@ class WireAbuseTest : public EchoServerFixture {
         serviceNode = std::stoull(node);
     }
 
-    int connectRaw() {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    static sockaddr_un address(const std::string& socketPath) {
         sockaddr_un addr{};
         addr.sun_family = AF_UNIX;
-        memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+        memcpy(addr.sun_path, socketPath.c_str(), socketPath.size() + 1);
+        return addr;
+    }
+
+    // A raw connection to the server (or to the socket `to`).
+    int connectRaw(const std::string& to = "") {
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_un addr = address(to.empty() ? path : to);
+        EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
         setSocketTimeouts(fd, 10000, 10000);
         return fd;
     }
@@ -65,6 +80,43 @@ class WireAbuseTest : public EchoServerFixture {
         f.header.target = serviceNode;
         f.data = data;
         return f;
+    }
+
+    // A transaction to the service carrying one object per reference.
+    Frame withObjects(uint32_t code, std::vector<ObjectRef> refs) const {
+        Frame f = transaction(code, std::vector<uint8_t>(refs.size() * sizeof(flat_binder_object)));
+        for (uint32_t i = 0; i < refs.size(); ++i) {
+            flat_binder_object obj{};
+            obj.type = BINDER_TYPE_HANDLE;
+            obj.handle = i;
+            memcpy(&f.data[i * sizeof obj], &obj, sizeof obj);
+            f.offsets.push_back(i * sizeof obj);
+        }
+        f.refs = std::move(refs);
+        return f;
+    }
+
+    // A RELEASE or ACQUIRE of `count` references to `node`.
+    static Frame refCount(uint32_t kind, uint64_t node, uint32_t count, uint32_t flags = 0) {
+        Frame f;
+        f.header = FrameHeader{kFrameMagic, kind, count, flags, node};
+        return f;
+    }
+
+    static void sendFrame(int fd, Frame f) {
+        const auto bytes = encodeFrame(&f);
+        EXPECT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+    }
+
+    // True when an ordinary call is answered within a second. A server that
+    // does not answer is killed, so that the call ends.
+    bool answersPromptly() {
+        auto pending = std::async(std::launch::async, [this] { return ask(ECHO, {77}); });
+        const bool inTime = pending.wait_for(std::chrono::seconds(1)) == std::future_status::ready;
+        if (!inTime) {
+            server->signal(SIGKILL);
+        }
+        return inTime && pending.get() == 77;
     }
 
     // Sends `f` and reads the answer; its status.
@@ -154,6 +206,8 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
         uint64_t node;
         std::string path;
     };
+    const std::string link = root.path("/dev/socket/binder/link");
+    ASSERT_EQ(symlink(root.path("/data/other.sock").c_str(), link.c_str()), 0);
     const BadObject badObjects[] = {
         {BINDER_TYPE_HANDLE, 999999, path},              // a node of the server's that is not
         {BINDER_TYPE_BINDER, 1, "/nonexistent/socket"},  // the wrong type in the data
@@ -162,6 +216,7 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
         {BINDER_TYPE_HANDLE, 1, path + "/../x"},
         {BINDER_TYPE_HANDLE, 1, "relative"},
         {BINDER_TYPE_HANDLE, 1, path + "/"},
+        {BINDER_TYPE_HANDLE, 1, link},  // a link in the binder directory, out of it
     };
     for (const BadObject& bad : badObjects) {
         flat_binder_object obj{};
@@ -218,6 +273,140 @@ TEST_F(WireAbuseTest, PeersStalledMidFrameHoldNoThread) {
         close(fd);
     }
     expectStillServing();
+}
+
+// Counted references to objects of a process that never accepts: the
+// server's release notices for them must not hold its pool threads.
+TEST_F(WireAbuseTest, ReleaseNoticesToAPeerThatDoesNotAcceptHoldNoThread) {
+    const std::string sink = root.path("/dev/socket/binder/sink");
+    const sockaddr_un addr = address(sink);
+    std::vector<int> fds{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    ASSERT_EQ(bind(fds[0], reinterpret_cast<const sockaddr*>(&addr), sizeof addr), 0);
+    chmod(sink.c_str(), 0600);
+    ASSERT_EQ(listen(fds[0], 0), 0);
+    do {  // until its backlog is full
+        fds.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    } while (connect(fds.back(), reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 &&
+             fds.size() < 10);
+    for (uint64_t peer = 0; peer < 20; ++peer) {  // more peers than pool threads
+        std::vector<ObjectRef> refs;
+        for (uint64_t i = 1; i <= 20; ++i) {
+            refs.push_back(ObjectRef{peer * 100 + i, REF_COUNTED, sink});
+        }
+        fds.push_back(connectRaw());
+        sendFrame(fds.back(), withObjects(999, refs));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the server takes them all
+    EXPECT_TRUE(answersPromptly());
+    for (const int fd : fds) {
+        close(fd);
+    }
+}
+
+// A process that opens more connections than the server serves in all
+// cannot lock the others out.
+TEST_F(WireAbuseTest, OneProcessCannotTakeEveryConnection) {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const sockaddr_un addr = address(path);
+    const pid_t hog = fork();
+    for (int i = 0; hog == 0 && i < 600; ++i) {
+        connect(socket(AF_UNIX, SOCK_STREAM, 0), reinterpret_cast<const sockaddr*>(&addr),
+                sizeof addr);
+    }
+    if (hog == 0) {
+        _exit(write(ready[1], "x", 1) == 1 ? pause() : 1);
+    }
+    ASSERT_EQ(read(ready[0], ready, 1), 1);
+    service.clear();  // our pooled connections close with the last proxy
+    service = defaultServiceManager()->checkService(String16(kName));
+    EXPECT_TRUE(service != nullptr && answersPromptly());
+    kill(hog, SIGKILL);
+    waitpid(hog, nullptr, 0);
+}
+
+// Another peer (here this process, which holds none of its own objects) can
+// neither release the reference the server holds to our callback, nor
+// acquire any.
+TEST_F(WireAbuseTest, PeersReleaseAndAcquireOnlyWhatTheyHold) {
+    sp<IBinder> callback = new BBinder();
+    ASSERT_EQ(callEcho(service, CALL_ME_LATER,
+                       [&](Parcel* p) {
+                           p->writeStrongBinder(callback);
+                           p->writeInt32(300);
+                           p->writeInt32(7);
+                       }),
+              OK);
+    std::string own;  // this process's socket
+    uint64_t node;
+    ASSERT_EQ(Transport::instance().publish(new BBinder(), &own, &node), OK);
+    const int fd = connectRaw(own);
+    Frame answer;
+    for (uint64_t node = 1; node <= 16; ++node) {
+        sendFrame(fd, refCount(FRAME_RELEASE, node, 1000));
+        EXPECT_NE(exchange(fd, refCount(FRAME_ACQUIRE, node, 1), &answer), OK) << node;
+    }
+    close(fd);
+    callback.clear();  // the server's reference alone keeps it
+    ASSERT_TRUE(server->waitForOutput("callback status ", std::chrono::seconds(10)));
+    // A BBinder answers code 1 with UNKNOWN_TRANSACTION; a freed one would be DEAD_OBJECT.
+    EXPECT_TRUE(server->waitForOutput("callback status -74\n", std::chrono::seconds(1)))
+        << server->output();
+}
+
+// A transaction the server refuses still gives back the references it
+// counted for the server, or the object they keep would never be freed.
+TEST_F(WireAbuseTest, RefusedFramesReleaseTheirReferences) {
+    const int fd = connectRaw();
+    Frame answer;
+    ASSERT_EQ(exchange(fd, transaction(NEW_OBJECT, tokenAnd({})), &answer), OK);
+    ASSERT_EQ(answer.refs.size(), 1u);
+    const ObjectRef object = answer.refs[0];  // counted for this process
+    Frame unknownTarget = withObjects(ECHO, {object});
+    unknownTarget.header.target = 987654;
+    const Frame badNeighbour = withObjects(ECHO, {ObjectRef{1, 0, "/nonexistent/socket"}, object});
+    for (const Frame& refused : {unknownTarget, badNeighbour}) {
+        // Counted for the server, as a process forwarding it there does.
+        ASSERT_EQ(exchange(fd, refCount(FRAME_ACQUIRE, object.node, 1, serverPid), &answer), OK);
+        EXPECT_NE(exchange(fd, refused, &answer), OK);
+    }
+    sendFrame(fd, refCount(FRAME_RELEASE, object.node, 1));
+    int32_t live = 1;
+    for (int i = 0; i < 1000 && live != 0; ++i) {  // the release goes on another connection
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        live = ask(LIVE_OBJECTS);
+    }
+    EXPECT_EQ(live, 0);
+    close(fd);
+}
+
+class WireDeadlineTest : public WireAbuseTest {
+  protected:
+    std::vector<std::string> serverArgs() const override { return {"15", "500", "300"}; }
+};
+
+// Peers that send nothing, or stop inside a frame, are closed; this
+// process's own connections (pooled, watching for death) are not disturbed.
+TEST_F(WireDeadlineTest, IdleAndHalfSentConnectionsAreClosed) {
+    Transport::Limits limits;
+    limits.idleMs = 500;  // pooled connections are dropped after half of it
+    Transport::instance().setLimits(limits);
+    struct Ignore : IBinder::DeathRecipient {
+        void binderDied(const wp<IBinder>&) override {}
+    };
+    // A death watch closed as idle would read as the server's death.
+    ASSERT_EQ(service->linkToDeath(new Ignore()), OK);
+    Frame f = transaction(ECHO, tokenAnd({1}));
+    const auto bytes = encodeFrame(&f);
+    const int idle = connectRaw();
+    const int half = connectRaw();
+    ASSERT_EQ(sendAll(half, bytes.data(), bytes.size() - 1), OK);
+    EXPECT_TRUE(closedByPeer(idle));
+    EXPECT_TRUE(closedByPeer(half));
+    EXPECT_EQ(ask(ECHO, {5}), 5);
+    close(idle);
+    close(half);
+    Transport::instance().setLimits(Transport::Limits());
 }
 
 TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {

@@ -6,7 +6,7 @@
 
 namespace android {
 
-BpBinder::BpBinder(int32_t handle)
+BpBinder::BpBinder(int64_t handle)
     : mHandle(handle), mAlive(true), mDescriptorCached(false), mObitsSent(false) {}
 
 BpBinder::~BpBinder() = default;

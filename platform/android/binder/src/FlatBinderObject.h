@@ -35,7 +35,8 @@ struct flat_binder_object {
     uint32_t flags;
     union {
         uint64_t binder;
-        uint32_t handle;
+        uint32_t handle;  // on the wire: the reference's index; in a parcel of
+                          // this host, `binder` holds the whole 64-bit handle
     };
     uint64_t cookie;
 };

@@ -1,6 +1,9 @@
 #include <binder/IPCThreadState.h>
 
+#include <pthread.h>
 #include <unistd.h>
+
+#include <atomic>
 
 #include "Transport.h"
 
@@ -12,11 +15,32 @@ struct IPCThreadStateHolder {
 
 namespace {
 thread_local IPCThreadStateHolder tState;
+
+// This process's identity, asked of the kernel once (every served call
+// restores it); a forked child asks again.
+std::atomic<pid_t> sPid{0};
+
+pid_t selfPid() {
+    pid_t pid = sPid.load(std::memory_order_relaxed);
+    if (pid == 0) {
+        static const bool registered =
+            pthread_atfork(nullptr, nullptr, [] { sPid.store(0, std::memory_order_relaxed); }) == 0;
+        static_cast<void>(registered);
+        pid = getpid();
+        sPid.store(pid, std::memory_order_relaxed);
+    }
+    return pid;
 }
 
+uid_t selfUid() {
+    static const uid_t uid = getuid();  // the same in a forked child
+    return uid;
+}
+}  // namespace
+
 IPCThreadState::IPCThreadState()
-    : mCallingPid(getpid()),
-      mCallingUid(getuid()),
+    : mCallingPid(selfPid()),
+      mCallingUid(selfUid()),
       mStrictModePolicy(0),
       mLastError(NO_ERROR),
       mLastTransactionBinderFlags(0) {}
@@ -60,8 +84,8 @@ int32_t IPCThreadState::getStrictModePolicy() const {
 int64_t IPCThreadState::clearCallingIdentity() {
     const int64_t token = (static_cast<int64_t>(mCallingUid) << 32) |
                           static_cast<int64_t>(static_cast<uint32_t>(mCallingPid));
-    mCallingPid = getpid();
-    mCallingUid = getuid();
+    mCallingPid = selfPid();
+    mCallingUid = selfUid();
     return token;
 }
 

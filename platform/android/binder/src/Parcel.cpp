@@ -555,8 +555,7 @@ status_t Parcel::writeStrongBinder(const sp<IBinder>& val) {
                 return BAD_TYPE;
             }
             obj.type = hostbinder::BINDER_TYPE_HANDLE;
-            obj.binder = 0;
-            obj.handle = static_cast<uint32_t>(proxy->handle());
+            obj.binder = static_cast<uint64_t>(proxy->handle());  // the whole 64-bit field
             obj.cookie = 0;
         } else {
             obj.type = hostbinder::BINDER_TYPE_BINDER;

@@ -10,6 +10,7 @@
 #include <binder/Status.h>
 
 #include "FlatBinderObject.h"
+#include "Transport.h"
 
 namespace android {
 
@@ -334,8 +335,8 @@ status_t Parcel::unflattenBinder(sp<IBinder>* out) const {
                 *out = reinterpret_cast<BBinder*>(static_cast<uintptr_t>(flat.cookie));
                 return NO_ERROR;
             case hostbinder::BINDER_TYPE_HANDLE:
-                *out = ProcessState::self()->getStrongProxyForHandle(
-                    static_cast<int32_t>(flat.handle));
+                *out = hostbinder::Transport::instance().proxyForHandle(
+                    static_cast<int64_t>(flat.binder));
                 return *out != nullptr ? NO_ERROR : BAD_TYPE;
             default:
                 break;

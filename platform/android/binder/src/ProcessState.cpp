@@ -56,6 +56,7 @@ void ProcessState::spawnPooledThread(bool /*isMain*/) {
 }
 
 sp<IBinder> ProcessState::getStrongProxyForHandle(int32_t handle) {
+    // Handles are 64-bit on this host; parcels read them through the transport.
     return hostbinder::Transport::instance().proxyForHandle(handle);
 }
 

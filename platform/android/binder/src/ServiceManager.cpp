@@ -1,12 +1,14 @@
 #include <binder/IServiceManager.h>
 
 #include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -15,6 +17,7 @@
 #include <platform/DeviceRoot.h>
 
 #include "Transport.h"
+#include "TrustedPath.h"
 
 namespace android {
 
@@ -39,14 +42,53 @@ bool validName(const std::string& name) {
            name != "." && name != ".." && name[0] != '.';
 }
 
+std::string binderDir() {
+    return vemo::platform::devicePath("/dev/socket/binder");
+}
+
+// Reads an entry that this user (or root) wrote and no one else may change:
+// a regular file, not a link, in a directory of the same kind, naming a
+// socket of this user directly in the canonical binder directory.
 bool readEntry(const std::string& file, Entry* entry) {
-    std::ifstream in(file);
+    if (!hostbinder::isPrivateDirectory(binderDir()) ||
+        !hostbinder::isPrivateDirectory(registryDir())) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Ignoring %s: registry not private",
+                            file.c_str());
+        return false;
+    }
+    const int fd = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        if (errno == ELOOP) {
+            __android_log_print(ANDROID_LOG_WARN, kTag, "Ignoring %s: a link", file.c_str());
+        }
+        return false;
+    }
+    struct stat st {};
+    char buffer[512];
+    ssize_t size = -1;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && hostbinder::isPrivate(st)) {
+        size = read(fd, buffer, sizeof buffer - 1);
+    } else {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Ignoring %s: not a private file",
+                            file.c_str());
+    }
+    close(fd);
+    if (size <= 0) {
+        return false;
+    }
+    std::istringstream in(std::string(buffer, static_cast<size_t>(size)));
     std::string magic;
     if (!std::getline(in, magic) || magic != "binder-service 1") {
         return false;
     }
     if (!std::getline(in, entry->path) || entry->path.empty() ||
         entry->path.size() > hostbinder::kMaxPathLength) {
+        return false;
+    }
+    if (!hostbinder::isTrustedSocket(entry->path, hostbinder::canonicalPath(binderDir()))) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Ignoring %s: %s is not a socket of this user in %s", file.c_str(),
+                            entry->path.c_str(), binderDir().c_str());
         return false;
     }
     std::string line;
@@ -119,21 +161,31 @@ class HostServiceManager : public BnInterface<IServiceManager> {
         }
         const std::string dir = registryDir();
         const std::string file = dir + "/" + n;
-        if (!vemo::platform::makeParentDirectories(file)) {
+        if (!hostbinder::ensurePrivateDirectory(binderDir()) ||
+            !hostbinder::ensurePrivateDirectory(dir)) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag,
+                                "add_service('%s'): %s is not private to this user", n.c_str(),
+                                dir.c_str());
             return NO_INIT;
         }
         // Written aside (a dot name, never listed) and renamed, so a reader
-        // never sees half an entry.
+        // never sees half an entry; readable by all, writable by this user.
         const std::string tmp =
             dir + "/." + n + ".tmp." + std::to_string(getpid()) + "." +
             std::to_string(std::hash<std::thread::id>()(std::this_thread::get_id()));
         {
-            std::ofstream out(tmp, std::ios::trunc);
-            out << "binder-service 1\n"
-                << entry.path << "\n"
-                << entry.node << "\n"
-                << entry.dumpFlags << "\n";
-            if (!out.flush()) {
+            const std::string text = "binder-service 1\n" + entry.path + "\n" +
+                                     std::to_string(entry.node) + "\n" +
+                                     std::to_string(entry.dumpFlags) + "\n";
+            const int fd =
+                open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+            const bool written =
+                fd >= 0 && fchmod(fd, 0644) == 0 &&
+                write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+            if (fd >= 0) {
+                close(fd);
+            }
+            if (!written) {
                 unlink(tmp.c_str());
                 return NO_INIT;
             }

@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -14,6 +15,7 @@
 
 #include "FlatBinderObject.h"
 #include "FrameReader.h"
+#include "TrustedPath.h"
 
 namespace android {
 namespace hostbinder {
@@ -44,6 +46,7 @@ Transport::Transport() {
     char tag[32];
     snprintf(tag, sizeof tag, "%d-%08x", static_cast<int>(getpid()), rd());
     mInstanceTag = tag;
+    mPid = getpid();
 }
 
 status_t Transport::ownPath(std::string* path) {
@@ -81,40 +84,77 @@ bool Transport::isBinderSocketPath(const std::string& path) {
     if (slash == std::string::npos) {
         return false;
     }
-    const std::string name = path.substr(slash + 1);
-    if (name.empty() || name == "." || name == "..") {
-        return false;
-    }
     const std::string dir = path.substr(0, slash);
-    if (dir == vemo::platform::devicePath("/dev/socket/binder")) {
-        return true;
-    }
-    std::lock_guard<std::mutex> lock(mLock);
-    for (const auto& ep : mEndpoints) {
-        if (ep.path.compare(0, slash + 1, path, 0, slash + 1) == 0 &&
-            ep.path.find('/', slash + 1) == std::string::npos) {
-            return true;
+    bool known = dir == canonicalPath(vemo::platform::devicePath("/dev/socket/binder"));
+    if (!known) {
+        std::lock_guard<std::mutex> lock(mLock);
+        for (const auto& ep : mEndpoints) {
+            known = known || ep.path.compare(0, slash + 1, path, 0, slash + 1) == 0;
         }
     }
-    return false;
+    // The name itself must be a socket of this user there, not a link out.
+    return known && isTrustedSocket(path, dir);
 }
 
-uint64_t Transport::exportLocal(const sp<IBinder>& binder, bool pin) {
+uint64_t Transport::exportLocal(const sp<IBinder>& binder, bool pin, pid_t peer) {
     std::lock_guard<std::mutex> lock(mLock);
     const auto it = mNodeByBinder.find(binder.get());
+    uint64_t id;
     if (it != mNodeByBinder.end()) {
-        Node& node = mNodes[it->second];
+        id = it->second;
+        Node& node = mNodes[id];
         ++node.refs;
         node.pinned = node.pinned || pin;
-        return it->second;
+    } else {
+        id = mNextNode++;
+        Node& node = mNodes[id];
+        node.binder = binder;
+        node.refs = 1;
+        node.pinned = pin;
+        mNodeByBinder[binder.get()] = id;
     }
-    const uint64_t id = mNextNode++;
-    Node& node = mNodes[id];
-    node.binder = binder;
-    node.refs = 1;
-    node.pinned = pin;
-    mNodeByBinder[binder.get()] = id;
+    if (peer != 0) {
+        ++mHeld[std::make_pair(peer, id)];
+    }
     return id;
+}
+
+uint64_t Transport::debitHeld(pid_t peer, uint64_t node, uint64_t count) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto it = mHeld.find(std::make_pair(peer, node));
+    if (it == mHeld.end()) {
+        return 0;
+    }
+    const uint64_t taken = std::min(count, it->second);
+    it->second -= taken;
+    if (it->second == 0) {
+        mHeld.erase(it);
+    }
+    return taken;
+}
+
+void Transport::releaseHeld(pid_t peer, uint64_t node, uint64_t count) {
+    const uint64_t held = debitHeld(peer, node, count);
+    if (held < count && oncePerSecond(&mLastRefusalLogMs)) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "Ignoring %llu releases of node %llu that pid %d does not hold",
+                            static_cast<unsigned long long>(count - held),
+                            static_cast<unsigned long long>(node), static_cast<int>(peer));
+    }
+    if (held > 0) {
+        releaseNode(node, held);
+    }
+}
+
+bool Transport::acquireFor(pid_t requester, pid_t beneficiary, uint64_t node, uint64_t count) {
+    std::lock_guard<std::mutex> lock(mLock);
+    const auto node_it = mNodes.find(node);
+    if (node_it == mNodes.end() || mHeld.count(std::make_pair(requester, node)) == 0) {
+        return false;
+    }
+    node_it->second.refs += count;
+    mHeld[std::make_pair(beneficiary, node)] += count;
+    return true;
 }
 
 void Transport::releaseNode(uint64_t nodeId, uint64_t count) {
@@ -133,16 +173,6 @@ void Transport::releaseNode(uint64_t nodeId, uint64_t count) {
             mNodes.erase(it);
         }
     }
-}
-
-bool Transport::acquireNode(uint64_t nodeId, uint64_t count) {
-    std::lock_guard<std::mutex> lock(mLock);
-    const auto it = mNodes.find(nodeId);
-    if (it == mNodes.end()) {
-        return false;
-    }
-    it->second.refs += count;
-    return true;
 }
 
 sp<IBinder> Transport::lookupNode(uint64_t nodeId) {
@@ -170,26 +200,45 @@ void Transport::releaseNodes(const std::vector<uint64_t>& nodes) {
     }
 }
 
-void Transport::undoExports(const Exports& exports) {
-    releaseNodes(exports.local);
-    for (const auto& remote : exports.remote) {
-        Frame frame;
-        frame.header.kind = FRAME_RELEASE;
-        frame.header.code = 1;
-        frame.header.target = remote.second;
-        sendOneWay(remote.first, encodeFrame(&frame));
+void Transport::undoExports(const Exports& exports, pid_t peer) {
+    for (const uint64_t node : exports.local) {
+        releaseHeld(peer, node, 1);
     }
+    // References acquired from other owners for `peer` stay counted there:
+    // only `peer` could release them. The owner keeps those objects until it
+    // exits, on this failure path only.
 }
 
-status_t Transport::acquireRemote(const std::string& path, uint64_t node) {
+status_t Transport::sendReleases(const std::string& path,
+                                 const std::vector<std::pair<uint64_t, uint64_t>>& releases) {
+    std::vector<uint8_t> bytes;
+    for (const auto& release : releases) {
+        // The frame counts 32 bits; larger counts go in several frames.
+        for (uint64_t left = release.second; left > 0;) {
+            const uint32_t count = static_cast<uint32_t>(std::min<uint64_t>(left, UINT32_MAX));
+            Frame frame;
+            frame.header.kind = FRAME_RELEASE;
+            frame.header.code = count;
+            frame.header.target = release.first;
+            const std::vector<uint8_t> one = encodeFrame(&frame);
+            bytes.insert(bytes.end(), one.begin(), one.end());
+            left -= count;
+        }
+    }
+    return sendOneWay(path, bytes);
+}
+
+status_t Transport::acquireRemote(const std::string& path, uint64_t node, pid_t beneficiary) {
     Frame frame;
     frame.header.kind = FRAME_ACQUIRE;
     frame.header.code = 1;
+    frame.header.flags = static_cast<uint32_t>(beneficiary);
     frame.header.target = node;
     const std::vector<uint8_t> bytes = encodeFrame(&frame);
     status_t err = OK;
     bool reused = false;
-    const int fd = takeConnection(path, &err, &reused);
+    pid_t owner = 0;
+    const int fd = takeConnection(path, &err, &reused, &owner);
     if (fd < 0) {
         return err;
     }
@@ -202,7 +251,7 @@ status_t Transport::acquireRemote(const std::string& path, uint64_t node) {
         close(fd);
         return err != OK ? err : BAD_VALUE;
     }
-    returnConnection(path, fd);
+    returnConnection(path, fd, owner);
     return answer.header.status;
 }
 
@@ -219,7 +268,7 @@ sp<BpBinder> Transport::proxyFor(const std::string& path, uint64_t node, bool co
         }
         // That proxy is being destroyed; a fresh one gets a new handle.
     }
-    const int32_t handle = mNextHandle++;
+    const int64_t handle = mNextHandle++;
     sp<BpBinder> proxy = new BpBinder(handle);
     HandleEntry& entry = mHandles[handle];
     entry.proxy = proxy;
@@ -230,7 +279,12 @@ sp<BpBinder> Transport::proxyFor(const std::string& path, uint64_t node, bool co
     return proxy;
 }
 
-sp<IBinder> Transport::proxyForHandle(int32_t handle) {
+void Transport::setNextHandle(int64_t next) {
+    std::lock_guard<std::mutex> lock(mLock);
+    mNextHandle = next;
+}
+
+sp<IBinder> Transport::proxyForHandle(int64_t handle) {
     std::lock_guard<std::mutex> lock(mLock);
     const auto it = mHandles.find(handle);
     if (it == mHandles.end()) {
@@ -239,7 +293,7 @@ sp<IBinder> Transport::proxyForHandle(int32_t handle) {
     return it->second.proxy.promote();
 }
 
-void Transport::proxyDestroyed(int32_t handle) {
+void Transport::proxyDestroyed(int64_t handle) {
     std::string path;
     uint64_t node = 0;
     uint32_t counted = 0;
@@ -267,11 +321,7 @@ void Transport::proxyDestroyed(int32_t handle) {
         }
     }
     if (counted > 0) {
-        Frame frame;
-        frame.header.kind = FRAME_RELEASE;
-        frame.header.code = counted;
-        frame.header.target = node;
-        sendOneWay(path, encodeFrame(&frame));  // a dead owner needs no release
+        mReleases.post(path, node, counted);
     }
     if (lastForPath) {
         // Nothing here refers to that process any more: its idle connections
@@ -280,7 +330,7 @@ void Transport::proxyDestroyed(int32_t handle) {
     }
 }
 
-void Transport::markHandleDead(int32_t handle) {
+void Transport::markHandleDead(int64_t handle) {
     const sp<IBinder> proxy = proxyForHandle(handle);
     if (proxy != nullptr && proxy->remoteBinder() != nullptr) {
         proxy->remoteBinder()->sendObituary();
@@ -307,7 +357,8 @@ void Transport::markPathDead(const std::string& path) {
     }
 }
 
-status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports) {
+status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* exports,
+                                  pid_t peer) {
     if (parcel.hasFileDescriptors()) {
         return FDS_NOT_ALLOWED;
     }
@@ -331,17 +382,17 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* e
                 reinterpret_cast<BBinder*>(static_cast<uintptr_t>(obj.cookie));
             const status_t err = ownPath(&ref.path);
             if (err != OK) {
-                undoExports(*exports);
+                undoExports(*exports, peer);
                 return err;
             }
-            ref.node = exportLocal(local, false);
+            ref.node = exportLocal(local, false, peer);
             ref.flags = REF_COUNTED;
             exports->local.push_back(ref.node);
         } else if (obj.type == BINDER_TYPE_HANDLE) {
             bool known = false;
             {
                 std::lock_guard<std::mutex> lock(mLock);
-                const auto it = mHandles.find(static_cast<int32_t>(obj.handle));
+                const auto it = mHandles.find(static_cast<int64_t>(obj.binder));
                 if (it != mHandles.end()) {
                     known = true;
                     ref.path = it->second.path;
@@ -350,16 +401,16 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* e
                 }
             }
             if (!known) {
-                undoExports(*exports);
+                undoExports(*exports, peer);
                 return BAD_TYPE;
             }
             // Forwarding: the receiver's reference must be counted by the owner.
-            if (acquireRemote(ref.path, ref.node) == OK) {
+            if (acquireRemote(ref.path, ref.node, peer) == OK) {
                 ref.flags = REF_COUNTED;
                 exports->remote.emplace_back(ref.path, ref.node);
             }
         } else {
-            undoExports(*exports);
+            undoExports(*exports, peer);
             return BAD_TYPE;
         }
         obj.type = BINDER_TYPE_HANDLE;
@@ -373,23 +424,57 @@ status_t Transport::parcelToFrame(const Parcel& parcel, Frame* frame, Exports* e
     return OK;
 }
 
+void Transport::releaseFrameRefs(const Frame& frame, size_t from) {
+    for (size_t i = from; i < frame.refs.size(); ++i) {
+        const ObjectRef& ref = frame.refs[i];
+        if ((ref.flags & REF_COUNTED) == 0) {
+            continue;
+        }
+        if (isOwnPath(ref.path)) {
+            releaseHeld(mPid, ref.node, 1);
+        } else if (isBinderSocketPath(ref.path)) {  // never a notice to anywhere else
+            mReleases.post(ref.path, ref.node, 1);
+        }
+    }
+}
+
 status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
     parcel->freeData();
+    // Everything is checked before anything is taken, so that a refused
+    // frame can give back every reference it counted for this process.
+    for (size_t i = 0; i < frame->offsets.size(); ++i) {
+        const flat_binder_object obj = readFlat(frame->data.data() + frame->offsets[i]);
+        const ObjectRef& ref = frame->refs[i];
+        bool valid = obj.type == BINDER_TYPE_HANDLE && obj.handle == i;
+        if (valid && isOwnPath(ref.path)) {
+            const sp<IBinder> local = lookupNode(ref.node);
+            valid = local != nullptr && local->localBinder() != nullptr;
+        } else if (valid && !isBinderSocketPath(ref.path)) {
+            __android_log_print(ANDROID_LOG_WARN, kTag,
+                                "Refusing a reference outside the binder directory: %s",
+                                ref.path.c_str());
+            valid = false;
+        }
+        if (!valid) {
+            releaseFrameRefs(*frame, 0);
+            return BAD_VALUE;
+        }
+    }
     std::vector<sp<IBinder>> refs;
     for (size_t i = 0; i < frame->offsets.size(); ++i) {
         uint8_t* const p = frame->data.data() + frame->offsets[i];
         flat_binder_object obj = readFlat(p);
-        if (obj.type != BINDER_TYPE_HANDLE || obj.handle != i) {
-            return BAD_VALUE;
-        }
         const ObjectRef& ref = frame->refs[i];
         if (isOwnPath(ref.path)) {
             const sp<IBinder> local = lookupNode(ref.node);
             if (local == nullptr || local->localBinder() == nullptr) {
+                releaseFrameRefs(*frame, i);  // gone meanwhile; `refs` gives back the rest
                 return BAD_VALUE;
             }
             if (ref.flags & REF_COUNTED) {
-                releaseNode(ref.node, 1);  // no proxy here will release it; `local` keeps it
+                // Acquired for this process by whoever forwarded it; no proxy
+                // here will release it, and `local` keeps the object.
+                releaseHeld(mPid, ref.node, 1);
             }
             BBinder* const bbinder = local->localBinder();
             obj.type = BINDER_TYPE_BINDER;
@@ -397,16 +482,9 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
             obj.cookie = reinterpret_cast<uintptr_t>(bbinder);
             refs.push_back(local);
         } else {
-            if (!isBinderSocketPath(ref.path)) {
-                __android_log_print(ANDROID_LOG_WARN, kTag,
-                                    "Refusing a reference outside the binder directory: %s",
-                                    ref.path.c_str());
-                return BAD_VALUE;
-            }
             const sp<BpBinder> proxy = proxyFor(ref.path, ref.node, (ref.flags & REF_COUNTED) != 0);
             obj.type = BINDER_TYPE_HANDLE;
-            obj.binder = 0;
-            obj.handle = static_cast<uint32_t>(proxy->handle());
+            obj.binder = static_cast<uint64_t>(proxy->handle());
             obj.cookie = 0;
             refs.push_back(proxy);
         }
@@ -420,16 +498,53 @@ status_t Transport::frameToParcel(Frame* frame, Parcel* parcel) {
     return OK;
 }
 
-int Transport::takeConnection(const std::string& path, status_t* err, bool* reused) {
+void Transport::setLimits(const Limits& limits) {
+    mIdleMs = limits.idleMs;
+    mPartialFrameMs = limits.partialFrameMs;
+    mCallMs = limits.callMs;
+}
+
+Transport::Limits Transport::limits() const {
+    Limits limits;
+    limits.idleMs = mIdleMs.load();
+    limits.partialFrameMs = mPartialFrameMs.load();
+    limits.callMs = mCallMs.load();
+    return limits;
+}
+
+int Transport::takeConnection(const std::string& path, status_t* err, bool* reused, pid_t* peer) {
+    std::vector<int> stale;
+    int fd = -1;
+    int callMs = 0;
     {
+        // A server closes connections idle for idleMs: a pooled one is used
+        // only well before that, so a call never races the server's close.
+        const int64_t oldest = monotonicMs() - mIdleMs.load() / 2;
         std::lock_guard<std::mutex> lock(mConnLock);
         auto it = mIdle.find(path);
-        if (it != mIdle.end() && !it->second.empty()) {
-            const int fd = it->second.back();
+        while (it != mIdle.end() && !it->second.empty() && fd < 0) {
+            const IdleConnection idle = it->second.back();
             it->second.pop_back();
-            *reused = true;
-            return fd;
+            if (idle.sinceMs >= oldest) {
+                fd = idle.fd;
+                callMs = idle.callMs;
+                if (peer != nullptr) {
+                    *peer = idle.pid;
+                }
+            } else {
+                stale.push_back(idle.fd);
+            }
         }
+    }
+    for (const int old : stale) {
+        close(old);
+    }
+    if (fd >= 0) {
+        if (callMs != mCallMs.load()) {
+            setSocketTimeouts(fd, kIoTimeoutMs, mCallMs.load());
+        }
+        *reused = true;
+        return fd;
     }
     *reused = false;
     sockaddr_un addr{};
@@ -439,13 +554,14 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
         return -1;
     }
     memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         *err = NO_MEMORY;
         return -1;
     }
-    // The send timeout also bounds connect() on a UNIX socket with a full backlog.
-    setSocketTimeouts(fd, kIoTimeoutMs, 0);
+    // The send timeout also bounds connect() on a UNIX socket with a full
+    // backlog; the receive timeout bounds waiting for a reply.
+    setSocketTimeouts(fd, kIoTimeoutMs, mCallMs.load());
     if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
         const int e = errno;
         close(fd);
@@ -458,15 +574,29 @@ int Transport::takeConnection(const std::string& path, status_t* err, bool* reus
         }
         return -1;
     }
+    // Only a process of this user (or root) is trusted with our calls.
+    ucred cred{};
+    socklen_t len = sizeof cred;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 ||
+        (cred.uid != getuid() && cred.uid != 0)) {
+        close(fd);
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Refusing %s: served by uid %d", path.c_str(),
+                            static_cast<int>(cred.uid));
+        *err = PERMISSION_DENIED;
+        return -1;
+    }
+    if (peer != nullptr) {
+        *peer = cred.pid;
+    }
     return fd;
 }
 
-void Transport::returnConnection(const std::string& path, int fd) {
+void Transport::returnConnection(const std::string& path, int fd, pid_t peer) {
     {
         std::lock_guard<std::mutex> lock(mConnLock);
         auto& idle = mIdle[path];
         if (idle.size() < kMaxIdleConnectionsPerPeer) {
-            idle.push_back(fd);
+            idle.push_back(IdleConnection{fd, peer, monotonicMs(), mCallMs.load()});
             return;
         }
     }
@@ -474,17 +604,17 @@ void Transport::returnConnection(const std::string& path, int fd) {
 }
 
 void Transport::dropIdleConnections(const std::string& path) {
-    std::vector<int> fds;
+    std::vector<IdleConnection> idle;
     {
         std::lock_guard<std::mutex> lock(mConnLock);
         auto it = mIdle.find(path);
         if (it != mIdle.end()) {
-            fds.swap(it->second);
+            idle.swap(it->second);
             mIdle.erase(it);
         }
     }
-    for (const int fd : fds) {
-        close(fd);
+    for (const IdleConnection& c : idle) {
+        close(c.fd);
     }
 }
 
@@ -492,13 +622,14 @@ status_t Transport::sendOneWay(const std::string& path, const std::vector<uint8_
     for (int attempt = 0; attempt < 2; ++attempt) {
         status_t err = OK;
         bool reused = false;
-        const int fd = takeConnection(path, &err, &reused);
+        pid_t peer = 0;
+        const int fd = takeConnection(path, &err, &reused, &peer);
         if (fd < 0) {
             return err;
         }
         err = sendAll(fd, bytes.data(), bytes.size());
         if (err == OK) {
-            returnConnection(path, fd);
+            returnConnection(path, fd, peer);
             return OK;
         }
         close(fd);
@@ -510,7 +641,7 @@ status_t Transport::sendOneWay(const std::string& path, const std::vector<uint8_
     return DEAD_OBJECT;
 }
 
-status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+status_t Transport::transact(int64_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                              uint32_t flags) {
     std::string path;
     Frame frame;
@@ -526,9 +657,22 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     frame.header.kind = FRAME_TRANSACTION;
     frame.header.code = code;
     frame.header.flags = flags | TF_ACCEPT_FDS;  // as the device's IPCThreadState sends it
+
+    // The connection first: the objects sent are counted as the peer's.
+    bool reused = false;
+    pid_t peer = 0;
+    status_t err = OK;
+    int fd = takeConnection(path, &err, &reused, &peer);
+    if (fd < 0) {
+        if (err == DEAD_OBJECT) {
+            markPathDead(path);
+        }
+        return err;
+    }
     Exports exported;
-    status_t err = parcelToFrame(data, &frame, &exported);
+    err = parcelToFrame(data, &frame, &exported, peer);
     if (err != OK) {
+        returnConnection(path, fd, peer);
         return err;
     }
     // The call holds its own reference to each object it sends until the
@@ -542,32 +686,27 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
     } holdRelease{this, exported.local};
     const std::vector<uint8_t> bytes = encodeFrame(&frame);
 
-    int fd = -1;
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        bool reused = false;
-        fd = takeConnection(path, &err, &reused);
-        if (fd < 0) {
-            break;
-        }
-        err = sendAll(fd, bytes.data(), bytes.size());
-        if (err == OK) {
-            break;
-        }
+    err = sendAll(fd, bytes.data(), bytes.size());
+    if (err == DEAD_OBJECT && reused) {
+        // An idle connection the peer has since closed: try a fresh one once.
         close(fd);
-        fd = -1;
-        if (!(reused && err == DEAD_OBJECT)) {
-            break;
+        fd = takeConnection(path, &err, &reused, &peer);
+        if (fd >= 0) {
+            err = sendAll(fd, bytes.data(), bytes.size());
         }
     }
-    if (fd < 0) {
-        undoExports(exported);
+    if (err != OK) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        undoExports(exported, peer);
         if (err == DEAD_OBJECT) {
             markPathDead(path);
         }
         return err;
     }
     if (flags & IBinder::FLAG_ONEWAY) {
-        returnConnection(path, fd);
+        returnConnection(path, fd, peer);
         return OK;
     }
 
@@ -586,11 +725,16 @@ status_t Transport::transact(int32_t handle, uint32_t code, const Parcel& data, 
             markPathDead(path);
             return DEAD_OBJECT;
         }
+        if (err == TIMED_OUT) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "No reply from %s within %d ms",
+                                path.c_str(), mCallMs.load());
+            return TIMED_OUT;
+        }
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Bad reply from %s (error %d)", path.c_str(),
                             err);
         return FAILED_TRANSACTION;
     }
-    returnConnection(path, fd);
+    returnConnection(path, fd, peer);
     if (answer.header.status < 0) {
         if (answer.header.status == DEAD_OBJECT) {
             markHandleDead(handle);  // the process lives, the object is gone
@@ -614,7 +758,7 @@ status_t Transport::publish(const sp<IBinder>& local, std::string* path, uint64_
     if (err != OK) {
         return err;
     }
-    *node = exportLocal(local, true);
+    *node = exportLocal(local, true, 0);
     return OK;
 }
 

@@ -6,6 +6,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <thread>
@@ -16,6 +19,7 @@
 
 #include "FrameReader.h"
 #include "Transport.h"
+#include "TrustedPath.h"
 
 namespace android {
 namespace hostbinder {
@@ -32,6 +36,15 @@ struct Transport::Watch {
     uid_t uid = 0;
     std::string path;    // DEATH: the watched process's endpoint
     FrameReader reader;  // CONNECTION: bytes received ahead of the frame being served
+    // CONNECTION deadlines, read by the reaper: when the last frame was
+    // served (or the connection accepted), when the frame now arriving
+    // began (0: none), whether a thread is serving it, whether the peer only
+    // watches for our exit, and whether it was already shut down.
+    std::atomic<int64_t> lastActiveMs{0};
+    std::atomic<int64_t> partialSinceMs{0};
+    std::atomic<bool> busy{false};
+    std::atomic<bool> watchOnly{false};
+    std::atomic<bool> reaped{false};
     // Held while the fd is being armed; the thread that takes its event
     // passes through it first, so it never runs ahead of the arming thread's
     // last touch (the kernel alone does not order that for the memory model).
@@ -50,14 +63,16 @@ status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
         }
     }
     const std::string dir = vemo::platform::devicePath("/dev/socket/binder");
-    const std::string path = dir + "/" + mInstanceTag;
+    if (!ensurePrivateDirectory(dir)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "Cannot create %s, or another user owns or may write it", dir.c_str());
+        return NO_INIT;
+    }
+    // Peers check that references name sockets of the canonical directory.
+    const std::string path = canonicalPath(dir) + "/" + mInstanceTag;
     if (path.size() > kMaxPathLength) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Socket path too long: %s", path.c_str());
         return BAD_VALUE;
-    }
-    if (!vemo::platform::makeParentDirectories(path)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot create %s", dir.c_str());
-        return NO_INIT;
     }
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
@@ -67,8 +82,9 @@ status_t Transport::createEndpoint(const std::string& root, Endpoint* ep) {
     addr.sun_family = AF_UNIX;
     memcpy(addr.sun_path, path.c_str(), path.size() + 1);
     unlink(path.c_str());
+    // Only this user may connect; the mode is set before anyone can.
     if (bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0 ||
-        listen(fd, 128) != 0) {
+        chmod(path.c_str(), 0600) != 0 || listen(fd, 128) != 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Cannot listen on %s: %s", path.c_str(),
                             strerror(errno));
         close(fd);
@@ -105,6 +121,7 @@ void Transport::ensureLooper() {
     if (spawn) {
         std::thread([this] { workerLoop(true); }).detach();
     }
+    std::thread([this] { reaperLoop(); }).detach();
 }
 
 void Transport::addWatch(Watch* w, bool oneShot) {
@@ -128,16 +145,68 @@ void Transport::rearm(Watch* w) {
 }
 
 void Transport::closeWatch(Watch* w) {
-    epoll_ctl(mEpollFd, EPOLL_CTL_DEL, w->fd, nullptr);
-    close(w->fd);
     {
+        // Out of the set before the fd closes: the reaper only touches fds
+        // of watches in the set, so never a reused descriptor number.
         std::lock_guard<std::mutex> lock(mPoolLock);
         if (w->type == Watch::CONNECTION) {
             --mConnections;
+            const auto it = mConnectionsByPeer.find(w->pid);
+            if (it != mConnectionsByPeer.end() && --it->second == 0) {
+                mConnectionsByPeer.erase(it);
+            }
         }
         mWatches.erase(w);
     }
+    epoll_ctl(mEpollFd, EPOLL_CTL_DEL, w->fd, nullptr);
+    close(w->fd);
     delete w;
+}
+
+bool Transport::evictIdlest() {
+    Watch* idlest = nullptr;
+    for (Watch* w : mWatches) {
+        if (w->type == Watch::CONNECTION && !w->busy && !w->reaped && w->partialSinceMs == 0 &&
+            (idlest == nullptr || w->lastActiveMs < idlest->lastActiveMs)) {
+            idlest = w;
+        }
+    }
+    if (idlest == nullptr) {
+        return false;
+    }
+    idlest->reaped = true;
+    shutdown(idlest->fd, SHUT_RDWR);  // its serving thread sees the end and closes it
+    return true;
+}
+
+void Transport::reaperLoop() {
+    pthread_setname_np(pthread_self(), "binder:reaper");
+    for (;;) {
+        const int idleMs = mIdleMs.load();
+        const int partialMs = mPartialFrameMs.load();
+        const int period = std::max(5, std::min(1000, std::min(idleMs, partialMs) / 4));
+        std::this_thread::sleep_for(std::chrono::milliseconds(period));
+        const int64_t now = monotonicMs();
+        std::lock_guard<std::mutex> lock(mPoolLock);
+        for (Watch* w : mWatches) {
+            if (w->type != Watch::CONNECTION || w->busy || w->reaped) {
+                continue;
+            }
+            const int64_t partialSince = w->partialSinceMs;
+            if (partialSince != 0 && now - partialSince > partialMs) {
+                if (oncePerSecond(&mLastRefusalLogMs)) {
+                    __android_log_print(
+                        ANDROID_LOG_WARN, kTag,
+                        "Closing connection from pid %d: frame incomplete after %d ms",
+                        static_cast<int>(w->pid), partialMs);
+                }
+            } else if (partialSince != 0 || w->watchOnly || now - w->lastActiveMs <= idleMs) {
+                continue;
+            }
+            w->reaped = true;
+            shutdown(w->fd, SHUT_RDWR);
+        }
+    }
 }
 
 void Transport::acceptAll(Watch* listener) {
@@ -149,24 +218,42 @@ void Transport::acceptAll(Watch* listener) {
             }
             return;  // EAGAIN: drained (or out of descriptors: retried on the next wake)
         }
+        ucred cred{};
+        socklen_t len = sizeof cred;
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 ||
+            (cred.uid != getuid() && cred.uid != 0)) {
+            close(fd);
+            if (oncePerSecond(&mLastRefusalLogMs)) {
+                __android_log_print(ANDROID_LOG_WARN, kTag, "Refusing a connection from uid %d",
+                                    static_cast<int>(cred.uid));
+            }
+            continue;
+        }
         {
             std::lock_guard<std::mutex> lock(mPoolLock);
-            if (mConnections >= kMaxConnections) {
+            size_t& fromPeer = mConnectionsByPeer[cred.pid];
+            if (fromPeer >= kMaxConnectionsPerPeer ||
+                (mConnections >= kMaxConnections && !evictIdlest())) {
+                if (fromPeer == 0) {
+                    mConnectionsByPeer.erase(cred.pid);
+                }
                 close(fd);
-                __android_log_print(ANDROID_LOG_WARN, kTag, "Too many connections, refusing one");
+                if (oncePerSecond(&mLastRefusalLogMs)) {
+                    __android_log_print(ANDROID_LOG_WARN, kTag,
+                                        "Too many connections (from pid %d), refusing one",
+                                        static_cast<int>(cred.pid));
+                }
                 continue;
             }
+            ++fromPeer;
             ++mConnections;
         }
         auto* const w = new Watch();
         w->type = Watch::CONNECTION;
         w->fd = fd;
-        ucred cred{};
-        socklen_t len = sizeof cred;
-        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) == 0) {
-            w->pid = cred.pid;
-            w->uid = cred.uid;
-        }
+        w->pid = cred.pid;
+        w->uid = cred.uid;
+        w->lastActiveMs = monotonicMs();
         setSocketTimeouts(fd, kIoTimeoutMs, kIoTimeoutMs);
         addWatch(w, true);
     }
@@ -181,6 +268,9 @@ void Transport::serveConnection(Watch* conn) {
         Frame frame;
         const status_t err = conn->reader.readAvailable(conn->fd, &frame);
         if (err == WOULD_BLOCK) {
+            if (conn->reader.hasPending() && conn->partialSinceMs == 0) {
+                conn->partialSinceMs = monotonicMs();
+            }
             break;
         }
         if (err != OK) {
@@ -196,25 +286,36 @@ void Transport::serveConnection(Watch* conn) {
             closeWatch(conn);
             return;
         }
+        const int64_t now = monotonicMs();
+        conn->lastActiveMs = now;
+        conn->partialSinceMs = conn->reader.hasPending() ? now : 0;
         // Nothing buffered: epoll (level-triggered) reports bytes that came
         // in meanwhile as soon as the connection is re-armed.
         if (!conn->reader.hasPending()) {
             break;
         }
     }
+    conn->busy = false;
     rearm(conn);
 }
 
 bool Transport::serveFrame(Watch* conn, Frame* frame) {
     const FrameHeader& h = frame->header;
     if (h.kind == FRAME_RELEASE) {
-        releaseNode(h.target, h.code);
+        releaseHeld(conn->pid, h.target, h.code);
+        return true;
+    }
+    if (h.kind == FRAME_WATCH) {
+        conn->watchOnly = true;
         return true;
     }
     if (h.kind == FRAME_ACQUIRE) {
         Frame answer;
         answer.header.kind = FRAME_REPLY;
-        answer.header.status = acquireNode(h.target, h.code) ? OK : DEAD_OBJECT;
+        // Only a holder may ask, for the process it forwards the reference to.
+        answer.header.status = acquireFor(conn->pid, static_cast<pid_t>(h.flags), h.target, h.code)
+                                   ? OK
+                                   : PERMISSION_DENIED;
         const std::vector<uint8_t> bytes = encodeFrame(&answer);
         return sendAll(conn->fd, bytes.data(), bytes.size()) == OK;
     }
@@ -230,6 +331,7 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
         Parcel data;
         const sp<IBinder> target = lookupNode(h.target);
         if (target == nullptr) {
+            releaseFrameRefs(*frame, 0);
             status = DEAD_OBJECT;
         } else if (frameToParcel(frame, &data) != OK) {
             __android_log_print(ANDROID_LOG_WARN, kTag,
@@ -256,7 +358,7 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
     if (status < 0) {
         answer.header.status = status;
     } else {
-        const status_t err = parcelToFrame(reply, &answer, &exported);
+        const status_t err = parcelToFrame(reply, &answer, &exported, conn->pid);
         if (err != OK) {
             answer = Frame();
             answer.header.kind = FRAME_REPLY;
@@ -265,7 +367,7 @@ bool Transport::serveFrame(Watch* conn, Frame* frame) {
     }
     const std::vector<uint8_t> bytes = encodeFrame(&answer);
     if (sendAll(conn->fd, bytes.data(), bytes.size()) != OK) {
-        undoExports(exported);
+        undoExports(exported, conn->pid);
         return false;
     }
     return true;
@@ -330,6 +432,7 @@ void Transport::workerLoop(bool spawned) {
                 rearm(w);
                 break;
             case Watch::CONNECTION:
+                w->busy = true;
                 ensureWaiter();
                 serveConnection(w);
                 break;
@@ -384,7 +487,7 @@ void Transport::joinThreadPool() {
     workerLoop(false);
 }
 
-status_t Transport::watchDeath(int32_t handle) {
+status_t Transport::watchDeath(int64_t handle) {
     std::string path;
     {
         std::lock_guard<std::mutex> lock(mLock);
@@ -399,7 +502,8 @@ status_t Transport::watchDeath(int32_t handle) {
     }
     status_t err = OK;
     bool reused = false;
-    const int fd = takeConnection(path, &err, &reused);
+    pid_t peer = 0;
+    const int fd = takeConnection(path, &err, &reused, &peer);
     if (fd < 0) {
         if (err == DEAD_OBJECT) {
             markPathDead(path);
@@ -409,10 +513,27 @@ status_t Transport::watchDeath(int32_t handle) {
     {
         std::lock_guard<std::mutex> lock(mLock);
         if (mWatchedPaths.count(path) != 0) {
-            returnConnection(path, fd);
+            returnConnection(path, fd, peer);
             return OK;
         }
         mWatchedPaths[path] = true;
+    }
+    // Tell the peer this connection only waits for its exit, or it would be
+    // closed as idle (and read here as a death).
+    Frame watch;
+    watch.header.kind = FRAME_WATCH;
+    const std::vector<uint8_t> bytes = encodeFrame(&watch);
+    err = sendAll(fd, bytes.data(), bytes.size());
+    if (err != OK) {
+        close(fd);
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            mWatchedPaths.erase(path);
+        }
+        if (err == DEAD_OBJECT) {
+            markPathDead(path);
+        }
+        return err;
     }
     ensureLooper();
     auto* const w = new Watch();

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <time.h>
 
 #include <binder/Parcel.h>
 #include <cstring>
@@ -64,7 +65,7 @@ bool decodeHeader(const uint8_t in[kFrameHeaderSize], FrameHeader* h) {
         return false;
     }
     if (h->kind != FRAME_TRANSACTION && h->kind != FRAME_REPLY && h->kind != FRAME_RELEASE &&
-        h->kind != FRAME_ACQUIRE) {
+        h->kind != FRAME_ACQUIRE && h->kind != FRAME_WATCH) {
         return false;
     }
     if (h->dataSize > Parcel::kMaxSize || h->objectCount > kMaxObjects ||
@@ -213,6 +214,18 @@ status_t recvAll(int fd, void* data, size_t len) {
         len -= static_cast<size_t>(n);
     }
     return OK;
+}
+
+int64_t monotonicMs() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+bool oncePerSecond(std::atomic<int64_t>* last) {
+    const int64_t now = monotonicMs();
+    int64_t previous = last->load();
+    return now - previous >= 1000 && last->compare_exchange_strong(previous, now);
 }
 
 void setSocketTimeouts(int fd, int sendMillis, int recvMillis) {

@@ -13,8 +13,11 @@
 // `code`/`flags`; REPLY answers it with `status` (a negative status carries
 // no data, as the device's status-code replies); RELEASE drops `code`
 // references the receiver holds for node `target` on the sender's behalf;
-// ACQUIRE adds `code` such references and is answered by a REPLY (status OK,
-// or DEAD_OBJECT when the node is gone).
+// ACQUIRE, from a process that holds such a reference, adds `code` of them
+// for the process whose pid is `flags` (the one it forwards the reference
+// to) and is answered by a REPLY (status OK, or PERMISSION_DENIED when the
+// sender holds none or the node is gone); WATCH says that the sender only waits
+// on this connection for the receiver's exit, so it is never idle-closed.
 // All integers are little-endian host order, as parcels are.
 //
 // Inside the parcel bytes each object is a 24-byte flat_binder_object; on
@@ -30,6 +33,7 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -48,6 +52,7 @@ enum FrameKind : uint32_t {
     FRAME_REPLY = 2,
     FRAME_RELEASE = 3,
     FRAME_ACQUIRE = 4,
+    FRAME_WATCH = 5,
 };
 
 // The reference was counted by its owner and must be released by the receiver.
@@ -99,6 +104,11 @@ status_t recvAll(int fd, void* data, size_t len);
 // The status of a recv() that returned 0 (peer closed) or failed with `err`;
 // OK for EINTR, where the caller simply retries.
 status_t recvFailureStatus(ssize_t n, int err);
+// Milliseconds of the monotonic clock.
+int64_t monotonicMs();
+// True at most once a second per `last` (the time it last said true): for
+// warnings a peer could otherwise make this process write without end.
+bool oncePerSecond(std::atomic<int64_t>* last);
 // Sets SO_SNDTIMEO and SO_RCVTIMEO (0 = no bound).
 void setSocketTimeouts(int fd, int sendMillis, int recvMillis);
 

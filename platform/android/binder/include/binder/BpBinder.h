@@ -3,7 +3,8 @@
 // created by the transport when a parcel brings a reference to a remote
 // object (readStrongBinder) or by the service manager (getService), never by
 // hand. handle() is a process-local number naming the remote object, as on
-// the device. Once a call finds the hosting process gone, the proxy is dead
+// the device; on this host it is 64 bits wide and never reused, so it cannot
+// wrap onto another proxy's number. Once a call finds the hosting process gone, the proxy is dead
 // for good: every transact() returns DEAD_OBJECT and death recipients are
 // told once. Thread-safe.
 
@@ -21,7 +22,7 @@ class Transport;
 
 class BpBinder : public IBinder {
   public:
-    inline int32_t handle() const { return mHandle; }
+    inline int64_t handle() const { return mHandle; }
 
     const String16& getInterfaceDescriptor() const override;
     bool isBinderAlive() const override;
@@ -47,7 +48,7 @@ class BpBinder : public IBinder {
 
   private:
     friend class hostbinder::Transport;
-    explicit BpBinder(int32_t handle);
+    explicit BpBinder(int64_t handle);
 
     struct Obituary {
         wp<DeathRecipient> recipient;
@@ -55,7 +56,7 @@ class BpBinder : public IBinder {
         uint32_t flags;
     };
 
-    const int32_t mHandle;
+    const int64_t mHandle;
     std::atomic<bool> mAlive;
     mutable std::mutex mLock;  // guards mDescriptorCache, mObituaries, mObitsSent
     mutable String16 mDescriptorCache;

@@ -9,6 +9,10 @@
 // process that died is reported absent. A name is 1 to 127 characters
 // without '/' and not starting with '.'. Re-publishing a name replaces it.
 // Registry entry: "binder-service 1", socket path, node, dump flags, one per line.
+// An entry is trusted only when this user (or root) owns it and the registry,
+// no one else may write them, neither is a link, and the socket it names is
+// a socket of this user directly in the canonical binder directory; any
+// other entry reads as absent.
 // The service manager reads the device root on every call. Thread-safe.
 
 #include <binder/IInterface.h>
