@@ -74,6 +74,7 @@ std::string CommandLine::usage() {
            "  --session-deadline SECONDS  time for every member to upload [120]\n"
            "  --neighbours K            peers each member masks with [12]\n"
            "  --poll-seconds SECONDS    how long a directive poll waits [20]\n"
+           "  --max-pollers N           directive polls held at once; each holds a thread [256]\n"
            "  --help                    this text\n";
 }
 
@@ -107,7 +108,8 @@ bool CommandLine::parse(const std::vector<std::string>& args, CloudOptions& out,
                                              "--cohort-window",
                                              "--session-deadline",
                                              "--neighbours",
-                                             "--poll-seconds"};
+                                             "--poll-seconds",
+                                             "--max-pollers"};
         if (std::find(std::begin(kFlags), std::end(kFlags), flag) == std::end(kFlags)) {
             error = "unknown flag " + flag;
             return false;
@@ -130,6 +132,7 @@ bool CommandLine::parse(const std::vector<std::string>& args, CloudOptions& out,
             {"--session-deadline", &out.sessionDeadlineSeconds, 1, 86400 * 30},
             {"--neighbours", &out.neighbours, 2, 100000},
             {"--poll-seconds", &out.pollSeconds, 0, 300},
+            {"--max-pollers", &out.maxPollers, 1, 4096},
         };
         bool matched = false;
         for (const auto& f : ints) {
@@ -273,6 +276,9 @@ int CommandLine::serve(const CloudOptions& options) {
     serverConfig.keyFile = options.keyFile;
     serverConfig.analystToken = options.analystToken;
     serverConfig.pollMs = options.pollSeconds * 1000;
+    // Polls block their thread for up to pollMs; the rest serve everything else.
+    serverConfig.maxPolls = static_cast<size_t>(options.maxPollers);
+    serverConfig.threads = serverConfig.maxPolls + 32;
     CloudServer server(serverConfig, store, controller, ingestion, catalog);
     std::string error;
     if (!server.bind(error)) {

@@ -31,6 +31,7 @@ struct CloudOptions {
     int64_t sessionDeadlineSeconds = 120;
     int64_t neighbours = 12;
     int64_t pollSeconds = 20;
+    int64_t maxPollers = 256;
 };
 
 class CommandLine {
