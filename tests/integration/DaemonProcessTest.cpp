@@ -49,7 +49,8 @@ TEST_P(DaemonProcessTest, StartsLogsReportsAndStopsCleanly) {
     const auto stopAt = std::chrono::steady_clock::now();
     daemon.signal(GetParam());
     EXPECT_EQ(daemon.waitForExit(10s), 0) << daemon.output();
-    EXPECT_LT(std::chrono::steady_clock::now() - stopAt, 1s);
+    // Prompt, not instant: the thread sanitizer alone sleeps 1 s at exit.
+    EXPECT_LT(std::chrono::steady_clock::now() - stopAt, 2s);
     EXPECT_NE(daemon.output().find("I Vemo:VemoDaemon: run:Exiting run loop"), std::string::npos);
 }
 
