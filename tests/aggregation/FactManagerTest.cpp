@@ -5,9 +5,6 @@
 #include <fact/fact_api.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "TempDeviceRoot.h"
 #include "hostlog/LogCapture.h"
 
@@ -19,9 +16,9 @@ const char kConfig[] = "/data/vemo//config";
 class FactManagerTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        std::ifstream in(std::string(FACT_TEST_DATA_DIR) + "/campaign_basic.json");
-        root.writeFile("/data/vemo/campaign.json", std::string(std::istreambuf_iterator<char>(in),
-                                                               std::istreambuf_iterator<char>()));
+        root.writeFile(
+            "/data/vemo/campaign.json",
+            vemo::test::readHostFile(std::string(FACT_TEST_DATA_DIR) + "/campaign_basic.json"));
     }
     // True when the fixture's campaign is loaded (and unloads it).
     static bool campaignLoaded() { return fact_DeleteCampaign("wakeword_latency") == 0; }

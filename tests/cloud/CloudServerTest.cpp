@@ -238,6 +238,7 @@ TEST_F(CloudServerTest, BadEventsAndUploadsAreRefusedWithNothingStored) {
     EXPECT_EQ(cloud->get("/v20160207/directives?after=0", "nobody")->status, 401);
     EXPECT_EQ(cloud->get("/v1/campaigns/wakeword_quality", "nobody")->status, 401);
     EXPECT_EQ(cloud->get("/v1/campaigns/wakeword_quality", token)->status, 200);
+    EXPECT_EQ(cloud->get("/v1/campaigns/no_such_campaign/results", "")->status, 404);
 }
 
 TEST_F(CloudServerTest, ConcurrentFleetIsCountedOnce) {

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
 #include <future>
-#include <iterator>
 #include <thread>
 
 #include "TempDeviceRoot.h"
@@ -20,8 +18,7 @@ const char kTag[] = "Vemo:VemoDaemon";
 const char kService[] = "/dev/socket/binder/services/vemo.ipc.IFlgrService";
 
 std::string campaignText() {
-    std::ifstream in(std::string(FACT_TEST_DATA_DIR) + "/campaign_basic.json");
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return vemo::test::readHostFile(std::string(FACT_TEST_DATA_DIR) + "/campaign_basic.json");
 }
 
 // The analytics library refuses a call made from inside one of its callbacks;

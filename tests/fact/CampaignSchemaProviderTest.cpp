@@ -14,7 +14,7 @@ namespace {
 using fact::CampaignSchemaProvider;
 using fact::test::dataPath;
 using fact::test::Pairs;
-using fact::test::readText;
+using vemo::test::readHostFile;
 
 const char* const kBasic = "campaign_basic.json";
 const char* const kTwo = "campaign_two_producers.json";
@@ -164,7 +164,7 @@ TEST_F(CampaignSchemaProviderErrors, UnreadableUnparsableOrOversizedFiles) {
         return bins + "]";
     };
     const auto unparsable = [](const std::string& path) {
-        return "Failed to parse " + path + ". Content: " + readText(path);
+        return "Failed to parse " + path + ". Content: " + readHostFile(path);
     };
     const std::string deep = write("deep.json", std::string(5000, '[') + std::string(5000, ']'));
     const std::string big =

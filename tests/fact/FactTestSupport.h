@@ -9,11 +9,11 @@
 
 #include <cstddef>
 #include <exception>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "TempDeviceRoot.h"
 
 namespace fact {
 namespace test {
@@ -24,18 +24,11 @@ inline std::string dataPath(const std::string& name) {
     return std::string(FACT_TEST_DATA_DIR) + "/" + name;
 }
 
-inline std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
-
 // The fixture `name` with each (JSON pointer, JSON value text) applied; a
 // value text of "-" removes the member.
 inline std::string editedCampaign(const std::string& name, const Pairs& edits) {
     rapidjson::Document doc;
-    doc.Parse(readText(dataPath(name)).c_str());
+    doc.Parse(vemo::test::readHostFile(dataPath(name)).c_str());
     for (const auto& edit : edits) {
         if (edit.second == "-") {
             rapidjson::Pointer(edit.first.c_str()).Erase(doc);

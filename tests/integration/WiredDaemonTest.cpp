@@ -6,9 +6,8 @@
 #include <rapidjson/document.h>
 #include <signal.h>
 
-#include <fstream>
-#include <iterator>
 #include <regex>
+#include <sstream>
 
 #include "ChildProcess.h"
 #include "HttpsTestServer.h"
@@ -32,14 +31,10 @@ const char kAppId[] = "TelemetryDataProducer_A1RABVCI_hc-1,hc-2_tdp-e2e";
 const char kMetadata[] =
     R"({"differential_privacy":"{\"cohort_size\": 0}","campaign_id":"tdp-e2e"})";
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 std::vector<std::string> ecsTrace() {
     std::vector<std::string> lines;
-    std::istringstream in(readFile(std::string(TDP_TEST_DATA_DIR) + "/ecs_trace.jsonl"));
+    std::istringstream in(
+        vemo::test::readHostFile(std::string(TDP_TEST_DATA_DIR) + "/ecs_trace.jsonl"));
     for (std::string line; std::getline(in, line);) {
         lines.push_back(line);
     }
@@ -85,7 +80,7 @@ class WiredDaemonTest : public ::testing::Test {
                            "\npersist.vemo.ingestion.cafile=" + pki.caFile() + "\n");
         root.provision(1, "device-token");
         root.writeFile("/data/vemo/campaign.json",
-                       readFile(std::string(TDP_TEST_DATA_DIR) + "/campaign.json"));
+                       vemo::test::readHostFile(std::string(TDP_TEST_DATA_DIR) + "/campaign.json"));
     }
     void TearDown() override {
         if (daemon) {

@@ -135,7 +135,6 @@ int vemoHandleCreate(const VemoCoreConfig* config, void* userdata, VemoHandle* h
     std::lock_guard<std::mutex> guard(core.lock_);
     core.calls_.config = *config;
     core.calls_.userdata = userdata;
-    ++core.calls_.creates;
     if (core.codes_.create == 0) {
         *handle = core.handle();
     }
@@ -156,12 +155,11 @@ int vemoHandleRegisterIntegralResultCallback(VemoHandle, VemoIntegralResultCallb
     return core.codes_.registerIntegral;
 }
 
-int vemoHandleFlgrInitiateNewRequest(VemoHandle, const char* applicationId, const uint8_t* blob,
+int vemoHandleFlgrInitiateNewRequest(VemoHandle, const char*, const uint8_t* blob,
                                      size_t blobLength, float scaleValue, const char* metadata,
                                      char** out) {
     ScriptedCore& core = ScriptedCore::instance();
     std::lock_guard<std::mutex> guard(core.lock_);
-    core.calls_.flgrApplicationIds.push_back(applicationId);
     core.calls_.flgrBlobs.emplace_back(blob, blob + blobLength);
     core.calls_.flgrScales.push_back(scaleValue);
     core.calls_.flgrMetadata.push_back(metadata);
@@ -175,12 +173,11 @@ int vemoHandleFlgrInitiateNewRequestFilePath(VemoHandle, const char*, const char
 }
 
 int vemoHandleIntegralInitiateNewRequest(VemoHandle, const char* name, const int32_t* data,
-                                         unsigned int count, const char* secondName, char** out) {
+                                         unsigned int count, const char*, char** out) {
     ScriptedCore& core = ScriptedCore::instance();
     std::lock_guard<std::mutex> guard(core.lock_);
     core.calls_.integralNames.push_back(name);
     core.calls_.integralData.emplace_back(data, data + count);
-    core.calls_.integralSecondNames.push_back(secondName);
     *out = initiateOutput(core);
     return core.codes_.integralInitiate;
 }
@@ -196,7 +193,6 @@ int vemoDestroyString(char* text) {
     ScriptedCore& core = ScriptedCore::instance();
     std::lock_guard<std::mutex> guard(core.lock_);
     std::free(text);
-    ++core.calls_.destroyedStrings;
     return core.codes_.destroyString;
 }
 
@@ -208,9 +204,6 @@ int vemoHandleDestroy(VemoHandle handle) {
 }
 
 int vemoLibPrintAttributes(void) {
-    ScriptedCore& core = ScriptedCore::instance();
-    std::lock_guard<std::mutex> guard(core.lock_);
-    ++core.calls_.printAttributes;
     return 0;
 }
 

@@ -38,18 +38,13 @@ class ScriptedCore {
         int logMaxLevel = 0;
         VemoCoreConfig config{};
         void* userdata = nullptr;
-        int creates = 0;
         std::vector<VemoHandle> destroyed;
-        int destroyedStrings = 0;
         std::vector<std::string> integralNames;
         std::vector<std::vector<int32_t>> integralData;
-        std::vector<std::string> integralSecondNames;
-        std::vector<std::string> flgrApplicationIds;
         std::vector<std::vector<uint8_t>> flgrBlobs;
         std::vector<float> flgrScales;
         std::vector<std::string> flgrMetadata;
         std::vector<std::string> masks;
-        int printAttributes = 0;
     };
 
     static ScriptedCore& instance();

@@ -55,7 +55,11 @@ void TempDeviceRoot::writeFile(const std::string& devicePath, const std::string&
 }
 
 std::string TempDeviceRoot::readFile(const std::string& devicePath) const {
-    std::ifstream in(path(devicePath), std::ios::binary);
+    return readHostFile(path(devicePath));
+}
+
+std::string readHostFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
     std::ostringstream s;
     s << in.rdbuf();
     return s.str();

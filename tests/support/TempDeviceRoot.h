@@ -39,6 +39,8 @@ class TempDeviceRoot {
 // Removes a directory tree; used by TempDeviceRoot and by tests that make
 // their own scratch directories.
 void removeTree(const std::string& path);
+// Reads a whole host file; empty when missing.
+std::string readHostFile(const std::string& path);
 
 }  // namespace test
 }  // namespace vemo

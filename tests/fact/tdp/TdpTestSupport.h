@@ -5,25 +5,19 @@
 
 #include <rapidjson/document.h>
 
-#include <fstream>
 #include <mutex>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "TempDeviceRoot.h"
 
 namespace fact {
 namespace tdp {
 namespace test {
 
 inline std::string readTestFile(const std::string& name) {
-    std::ifstream in(std::string(TDP_TEST_DATA_DIR) + "/" + name, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error("missing test data file " + name);
-    }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return vemo::test::readHostFile(std::string(TDP_TEST_DATA_DIR) + "/" + name);
 }
 
 // What the analytics library hands to its vector callback.
