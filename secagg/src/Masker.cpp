@@ -56,7 +56,7 @@ void addWords(uint32_t* words, size_t count, const unsigned char* keystream) {
     }
 }
 
-// One pair's keystream: AES-128-CTR under the seed with a zero counter block.
+// One pair's keystream: AES-128-CTR keyed by the pair's 16 bytes, counter from zero.
 CipherCtx startStream(const EVP_CIPHER* cipher, const PairSeed& seed) {
     static const unsigned char kZeroIv[16] = {};
     CipherCtx ctx(EVP_CIPHER_CTX_new());

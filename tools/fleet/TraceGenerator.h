@@ -11,8 +11,8 @@
 // "ACTIVITY_<VALUE>"), and a fresh "dialog"/"turn" value whose change is the
 // emit criterion "DIALOG_TURN_CHANGED".
 //
-// Immutable after construction; generate() is const and deterministic for a
-// seed: device d's trace depends only on the seed and d.
+// Immutable after construction; generate() is const and deterministic:
+// device d's trace depends only on the generator's start value and d.
 
 #include <cstdint>
 #include <memory>

@@ -1,8 +1,8 @@
 #pragma once
 // Pairwise masking. For a member u and each neighbour v, a 16-byte seed is
 // HKDF-SHA256(X25519(sk_u, pk_v), salt = transcript hash, info =
-// "vemo-secagg/v1/pair" || min(pk_u, pk_v) || max(pk_u, pk_v)); the seed keys
-// an AES-128-CTR keystream (zero IV) read as little-endian uint32 words. The
+// "vemo-secagg/v1/pair" || min(pk_u, pk_v) || max(pk_u, pk_v)); it is the key
+// of an AES-128-CTR keystream (zero IV) read as little-endian uint32 words. The
 // member with the smaller key adds the words, the other subtracts them, so the
 // masks cancel in the cohort's sum modulo 2^32.
 //
@@ -43,7 +43,7 @@ class Masker {
     MaskResult pairSeed(const KeyPair& own, const PublicKey& peer, const Digest& transcript,
                         PairSeed& seed) const;
 
-    // Adds (or, when `subtract`, subtracts) the seed's mask words to `words`.
+    // Adds (or, when `subtract`, subtracts) the pair's mask words to `words`.
     bool applyPairMask(const PairSeed& seed, bool subtract, uint32_t* words, size_t count) const;
 
     // Masks `words` in place for `own` against every neighbour. On failure
