@@ -63,16 +63,6 @@ class EchoService : public BBinder {
                 }).detach();
                 return OK;
             }
-            case RECORD: {
-                std::lock_guard<std::mutex> lock(mMutex);
-                mRecords.push_back(data.readInt32());
-                return OK;
-            }
-            case GET_RECORDS: {
-                std::lock_guard<std::mutex> lock(mMutex);
-                reply->writeInt32Vector(mRecords);
-                return OK;
-            }
             case BARRIER: {
                 const int32_t parties = data.readInt32();
                 const int32_t timeoutMs = data.readInt32();
@@ -83,14 +73,6 @@ class EchoService : public BBinder {
                 for (;;) {
                     std::this_thread::sleep_for(std::chrono::hours(1));
                 }
-            case WHO:
-                reply->writeInt32(IPCThreadState::self()->getCallingPid());
-                reply->writeInt32(static_cast<int32_t>(IPCThreadState::self()->getCallingUid()));
-                reply->writeInt32(
-                    static_cast<int32_t>(IPCThreadState::self()->getLastTransactionBinderFlags()));
-                return OK;
-            case FAIL_WITH:
-                return data.readInt32();
             case MAX_CONCURRENT: {
                 std::lock_guard<std::mutex> lock(mMutex);
                 return reply->writeInt32(mMaxInside);
@@ -119,9 +101,8 @@ class EchoService : public BBinder {
 
     const bool mCounted;
     const String16 mDescriptor{kEchoDescriptor};
-    std::mutex mMutex;  // guards mRecords and the barrier counters
+    std::mutex mMutex;  // guards the barrier counters
     std::condition_variable mCv;
-    std::vector<int32_t> mRecords;
     int32_t mInside = 0;
     int32_t mArrived = 0;
     int32_t mMaxInside = 0;

@@ -8,9 +8,11 @@
 
 #include <chrono>
 #include <climits>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "ChildProcess.h"
 #include "EchoService.h"
@@ -29,27 +31,52 @@ inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint3
     return to->transact(code, data, reply, flags);
 }
 
+// CALL_ME_LATER to `to`: after `delayMs` it calls `callback` with `value`.
+inline android::status_t callMeLater(const android::sp<android::IBinder>& to,
+                                     const android::sp<android::IBinder>& callback, int32_t delayMs,
+                                     int32_t value) {
+    return callEcho(to, CALL_ME_LATER, [&](android::Parcel* p) {
+        p->writeStrongBinder(callback);
+        p->writeInt32(delayMs);
+        p->writeInt32(value);
+    });
+}
+
+// True once `done` holds, polled for up to 10 s.
+inline bool eventually(const std::function<bool()>& done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+// Line `index` of a registry entry file: 0 its magic, 1 its socket, 2 its node.
+inline std::string registryLine(const std::string& entryFile, int index) {
+    std::ifstream in(entryFile);
+    std::string line;
+    for (int i = 0; i <= index; ++i) {
+        std::getline(in, line);
+    }
+    return line;
+}
+
 // A fresh device root, and binder_test_server serving in it.
 class EchoServerFixture : public ::testing::Test {
   protected:
-    // Starts binder_test_server publishing `name` (further arguments: max
+    // Starts binder_test_server publishing kName (further arguments: max
     // threads, idle and partial-frame deadlines) and finds its service.
-    std::unique_ptr<ChildProcess> launch(const std::string& name,
-                                         const std::vector<std::string>& more,
-                                         android::sp<android::IBinder>* found) {
-        std::vector<std::string> args{name};
-        args.insert(args.end(), more.begin(), more.end());
-        std::unique_ptr<ChildProcess> child(
-            new ChildProcess(BINDER_TEST_SERVER, args, {{"VEMO_DEVICE_ROOT", root.root()}}));
-        EXPECT_TRUE(child->waitForOutput("ready pid=", std::chrono::seconds(20)))
-            << child->output();
-        *found = android::defaultServiceManager()->checkService(android::String16(name.c_str()));
-        EXPECT_NE(*found, nullptr);
-        return child;
-    }
-
     void startServer(const std::vector<std::string>& more = {}) {
-        server = launch(kName, more, &service);
+        std::vector<std::string> args{kName};
+        args.insert(args.end(), more.begin(), more.end());
+        server.reset(
+            new ChildProcess(BINDER_TEST_SERVER, args, {{"VEMO_DEVICE_ROOT", root.root()}}));
+        ASSERT_TRUE(server->waitForOutput("ready pid=", std::chrono::seconds(20)))
+            << server->output();
+        service = android::defaultServiceManager()->checkService(android::String16(kName));
         ASSERT_NE(service, nullptr);
         const std::string out = server->output();
         serverPid = std::stoi(out.substr(out.find("ready pid=") + 10));

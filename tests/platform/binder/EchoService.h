@@ -13,16 +13,12 @@ enum EchoCode : uint32_t {
     ECHO = 1,            // token, anything -> reply: the rest of the data, binders included
     CALL_ME_LATER = 2,   // token, callback, int32 delayMs, int32 value -> OK; after delayMs,
                          // from a new thread, calls the callback's code 1 with (value, "later")
-    RECORD = 3,          // one-way: token, int32 value -> recorded
-    GET_RECORDS = 4,     // token -> int32 vector of the recorded values in arrival order
-    BARRIER = 5,         // token, int32 parties, int32 timeoutMs -> int32 1 once `parties`
+    BARRIER = 3,         // token, int32 parties, int32 timeoutMs -> int32 1 once `parties`
                          // calls have arrived, 0 after the timeout
-    BLOCK = 6,           // never answers (until the process dies)
-    WHO = 7,             // token -> int32 calling pid, calling uid, transaction flags
-    FAIL_WITH = 8,       // token, int32 status -> transact returns that status
-    MAX_CONCURRENT = 9,  // token -> int32 most calls seen inside at once
-    NEW_OBJECT = 10,     // token -> a new (unpublished) echo object
-    LIVE_OBJECTS = 11,   // token -> int32 number of unpublished echo objects still alive
+    BLOCK = 4,           // never answers (until the process dies)
+    MAX_CONCURRENT = 5,  // token -> int32 most calls seen inside at once
+    NEW_OBJECT = 6,      // token -> a new (unpublished) echo object
+    LIVE_OBJECTS = 7,    // token -> int32 number of unpublished echo objects still alive
 };
 
 }  // namespace test
