@@ -1,6 +1,5 @@
 // The transport across real processes: binder_test_server is exec'd on the
 // test's own device root and called through the service manager.
-#include <binder/IPCThreadState.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,28 +22,6 @@ size_t openFds() {
     return static_cast<size_t>(
         std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
-
-// A local binder whose code 1 (int32, String16) is recorded.
-class Callback : public BBinder {
-  public:
-    struct Call {
-        int32_t value;
-        std::string text;
-        pid_t callingPid;
-        std::thread::id thread;
-    };
-    std::promise<Call> called;
-
-  protected:
-    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
-        if (code != 1) {
-            return BBinder::onTransact(code, data, reply, flags);
-        }
-        called.set_value(Call{data.readInt32(), String8(data.readString16()).string(),
-                              IPCThreadState::self()->getCallingPid(), std::this_thread::get_id()});
-        return OK;
-    }
-};
 
 class TransportTest : public EchoServerFixture {
   protected:
@@ -102,25 +79,6 @@ TEST_F(TransportTest, TamperedRegistryEntriesReadAsAbsent) {
         chmod(ours.c_str(), 0600);
         EXPECT_NE(defaultServiceManager()->checkService(String16(kName)), nullptr) << i;
     }
-}
-
-TEST_F(TransportTest, BinderPassedInAParcelIsCalledBackLaterFromAnotherThread) {
-    startServer();
-    sp<Callback> callback = new Callback();
-    wp<Callback> weak = callback;
-    auto called = callback->called.get_future();
-    ASSERT_EQ(callMeLater(service, callback, 50, 7), OK);
-    ASSERT_EQ(called.wait_for(10s), std::future_status::ready);
-    const Callback::Call call = called.get();
-    EXPECT_EQ(call.value, 7);
-    EXPECT_EQ(call.text, "later");
-    EXPECT_EQ(call.callingPid, serverPid);
-    EXPECT_NE(call.thread, std::this_thread::get_id());
-    ASSERT_TRUE(server->waitForOutput("callback status 0", 10s)) << server->output();
-
-    // Once the server dropped its proxy, only our reference keeps the callback.
-    callback.clear();
-    EXPECT_TRUE(eventually([&] { return weak.promote() == nullptr; }));
 }
 
 // Binders sent back are the same objects: our own as the local object, a

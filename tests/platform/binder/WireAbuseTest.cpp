@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <future>
 
@@ -211,12 +212,8 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
         {BINDER_TYPE_HANDLE, 1, link},  // a link in the binder directory, out of it
     };
     for (const BadObject& bad : badObjects) {
-        flat_binder_object obj{};
-        obj.type = bad.type;
-        Frame f = transaction(ECHO, std::vector<uint8_t>(sizeof obj, 0));
-        memcpy(f.data.data(), &obj, sizeof obj);
-        f.offsets.push_back(0);
-        f.refs.push_back(ObjectRef{bad.node, 0, bad.path});
+        Frame f = withObjects(ECHO, {ObjectRef{bad.node, 0, bad.path}});
+        memcpy(f.data.data() + offsetof(flat_binder_object, type), &bad.type, sizeof bad.type);
         EXPECT_EQ(exchange(fd, f, &answer), FAILED_TRANSACTION) << bad.path;
     }
 
@@ -237,8 +234,7 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
         Frame f = transaction(ECHO, std::vector<uint8_t>(32, 0));
         f.offsets = offsets;
         f.refs.assign(offsets.size(), ObjectRef{1, 0, path});
-        const auto bytes = encodeFrame(&f);
-        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+        sendFrame(fd, f);
         EXPECT_TRUE(closedByPeer(fd)) << offsets[0];
         close(fd);
     }
@@ -319,9 +315,11 @@ TEST_F(WireAbuseTest, OneProcessCannotTakeEveryConnection) {
 
 // Another peer (here this process, which holds none of its own objects) can
 // neither release the reference the server holds to our callback, nor
-// acquire any.
+// acquire any: that reference alone keeps the callback, until the server
+// drops it in turn.
 TEST_F(WireAbuseTest, PeersReleaseAndAcquireOnlyWhatTheyHold) {
     sp<IBinder> callback = new BBinder();
+    wp<IBinder> weak = callback;
     ASSERT_EQ(callMeLater(service, callback, 300, 7), OK);
     std::string own;  // this process's socket
     uint64_t node;
@@ -338,6 +336,7 @@ TEST_F(WireAbuseTest, PeersReleaseAndAcquireOnlyWhatTheyHold) {
     // A BBinder answers code 1 with UNKNOWN_TRANSACTION; a freed one would be DEAD_OBJECT.
     EXPECT_TRUE(server->waitForOutput("callback status -74\n", std::chrono::seconds(1)))
         << server->output();
+    EXPECT_TRUE(eventually([&] { return weak.promote() == nullptr; }));
 }
 
 // A transaction the server refuses still gives back the references it
