@@ -65,15 +65,6 @@ TEST(SystemPropertiesTest, PersistOverridesBuildAndIsReReadOnEveryCall) {
     EXPECT_EQ(get("persist.sys.locale"), "fr-FR");
 }
 
-TEST(SystemPropertiesTest, SetRejectsBadNamesAndValues) {
-    vemo::test::TempDeviceRoot root;
-    EXPECT_EQ(__system_property_set("", "x"), -1);
-    EXPECT_EQ(__system_property_set("a=b", "x"), -1);
-    EXPECT_EQ(__system_property_set("persist.a", "two\nlines"), -1);
-    EXPECT_EQ(__system_property_set("persist.a", std::string(PROP_VALUE_MAX, 'x').c_str()), -1);
-    EXPECT_EQ(get("persist.a"), "");
-}
-
 // A file parsed long after it was written is served from the parse; an
 // in-place rewrite of the same size must still be seen on the next call.
 TEST(SystemPropertiesTest, SettledFileRewrittenInPlaceIsSeenAtOnce) {
