@@ -24,11 +24,11 @@ namespace test {
 // Calls `to` with the echo service's token followed by what `fill` writes.
 inline android::status_t callEcho(const android::sp<android::IBinder>& to, uint32_t code,
                                   const std::function<void(android::Parcel*)>& fill,
-                                  android::Parcel* reply = nullptr, uint32_t flags = 0) {
+                                  android::Parcel* reply = nullptr) {
     android::Parcel data;
     data.writeInterfaceToken(android::String16(kEchoDescriptor));
     fill(&data);
-    return to->transact(code, data, reply, flags);
+    return to->transact(code, data, reply);
 }
 
 // CALL_ME_LATER to `to`: after `delayMs` it calls `callback` with `value`.
@@ -91,7 +91,7 @@ class EchoServerFixture : public ::testing::Test {
 
     // Calls the service with its token followed by `ints`.
     android::status_t call(uint32_t code, std::initializer_list<int32_t> ints = {},
-                           android::Parcel* reply = nullptr, uint32_t flags = 0) {
+                           android::Parcel* reply = nullptr) {
         return callEcho(
             service, code,
             [&](android::Parcel* p) {
@@ -99,7 +99,7 @@ class EchoServerFixture : public ::testing::Test {
                     p->writeInt32(v);
                 }
             },
-            reply, flags);
+            reply);
     }
 
     // The first int32 of the reply; INT32_MIN when the call failed.
