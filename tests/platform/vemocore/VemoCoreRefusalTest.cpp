@@ -173,9 +173,6 @@ TEST_F(VemoCoreRefusalTest, BadCreationWordsAndArgumentsAreInvalid) {
         [&] { return vemoHandleIntegralInitiateNewRequest(h, "n", data, 1u << 31, "s", &out); },
         [&] { return vemoHandleFlgrInitiateNewRequest(h, "a", blob, 7, 1.0f, "m", &out); },
         [&] { return vemoHandleFlgrInitiateNewRequest(h, "a", blob, 8, nan, "m", &out); },
-        [&] {
-            return vemoHandleFlgrInitiateNewRequestFilePath(h, "a", "/nonexistent", 1, "m", &out);
-        },
         [&] { return vemoHandleMask(h, nullptr); },
         [&] { return vemoHandleDestroy(nullptr); },
         [&] { return vemoRegisterLoggingCallback(recordLog, static_cast<VemoLogLevel>(0)); },
