@@ -36,27 +36,12 @@ class CloudProcessTest : public ::testing::Test {
 
     // Starts the program and a client for it.
     void startCloud() {
-        cloud = std::make_unique<ChildProcess>(VEMO_CLOUD_BINARY,
-                                               std::vector<std::string>{"--listen",
-                                                                        "127.0.0.1:0",
-                                                                        "--cert",
-                                                                        pki.serverCert(),
-                                                                        "--key",
-                                                                        pki.serverKey(),
-                                                                        "--db",
-                                                                        db,
-                                                                        "--campaigns",
-                                                                        kCampaigns,
-                                                                        "--devices",
-                                                                        dir.root() + "/devices",
-                                                                        "--analyst-token",
-                                                                        "secret",
-                                                                        "--min-cohort",
-                                                                        "5",
-                                                                        "--cohort-window",
-                                                                        "0",
-                                                                        "--neighbours",
-                                                                        "4"},
+        std::vector<std::string> args{
+            "--listen",        "127.0.0.1:0", "--analyst-token", "secret", "--min-cohort", "5",
+            "--cohort-window", "0",           "--neighbours",    "4"};
+        args.insert(args.end(), {"--cert", pki.serverCert(), "--key", pki.serverKey(), "--db", db});
+        args.insert(args.end(), {"--campaigns", kCampaigns, "--devices", dir.root() + "/devices"});
+        cloud = std::make_unique<ChildProcess>(VEMO_CLOUD_BINARY, args,
                                                std::map<std::string, std::string>{});
         const std::string banner = "listening on https://127.0.0.1:";
         ASSERT_TRUE(cloud->waitForOutput(banner, std::chrono::seconds(30))) << cloud->output();
