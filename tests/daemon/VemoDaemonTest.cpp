@@ -1,10 +1,8 @@
-#include <android/log.h>
 #include <fact/fact_api.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <future>
-#include <thread>
 
 #include "TempDeviceRoot.h"
 #include "common/DevicePaths.h"
@@ -86,16 +84,6 @@ TEST(VemoDaemonTest, SetupRunsItsStepsInOrder) {
     }
     EXPECT_EQ(next, steps.size()) << "missing or out of order: " << steps[next].second << "\n"
                                   << hostlog::describe(logs.entries());
-}
-
-TEST(VemoDaemonTest, RunBlocksUntilStopped) {
-    hostlog::LogCapture logs;
-    auto daemon = vemo::VemoDaemon::make_unique();
-    auto finished = std::async(std::launch::async, [&daemon] { daemon->run(); });
-    EXPECT_EQ(finished.wait_for(200ms), std::future_status::timeout);
-    daemon->stop();
-    EXPECT_EQ(finished.wait_for(30s), std::future_status::ready);
-    EXPECT_TRUE(logs.contains(ANDROID_LOG_INFO, kTag, "run:Exiting run loop"));
 }
 
 TEST(VemoDaemonTest, StopBeforeRunIsNotLost) {
