@@ -257,6 +257,7 @@ TEST_F(WiredDaemonTest, AGradientRequestReachesTheCloudAndTheClientHearsBack) {
     ASSERT_TRUE(secagg::parseParticipationRequest(posted.payload, request, error)) << error;
     EXPECT_EQ(request.kind, secagg::Kind::Flgr);
     EXPECT_EQ(request.name, "wakeword");
+    EXPECT_EQ(request.secondName, "{}");
     EXPECT_EQ(request.length, 3u);
     EXPECT_EQ(request.scale, 2.0f);
 
