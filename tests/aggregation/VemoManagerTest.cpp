@@ -9,12 +9,12 @@
 
 #include <climits>
 
-#include "RecordingComm.h"
 #include "ScriptedCore.h"
 #include "TempDeviceRoot.h"
 #include "aggregation/FactManager.h"
 #include "aggregation/FlgrConnectorImpl.h"
 #include "fact/FactHeartbeatMetric.h"
+#include "tolmocomm/ITolmoComm.h"
 
 namespace vemo {
 namespace {
@@ -28,6 +28,25 @@ int32_t count(const char* name) {
     return fact::FactHeartbeatMetric::GetInstance().getCount(name);
 }
 
+// A cloud library that keeps what the manager hands it, so that the test can
+// play the cloud: answer an event, call the directive handler.
+class RecordingComm : public tolmocomm::ITolmoComm {
+  public:
+    void registerClient(const tolmocomm::TolmoEvent&, std::shared_ptr<tolmocomm::ClientContext>,
+                        const std::vector<tolmocomm::DirectiveConfig>&,
+                        tolmocomm::EventResultCallback,
+                        tolmocomm::DirectiveCallback onDirective) override {
+        directiveHandler = std::move(onDirective);
+    }
+    void sendEvent(const tolmocomm::TolmoEvent&, tolmocomm::EventResultCallback onResult) override {
+        eventResults.push_back(std::move(onResult));
+    }
+    void shutdown() override {}
+
+    tolmocomm::DirectiveCallback directiveHandler;
+    std::vector<tolmocomm::EventResultCallback> eventResults;
+};
+
 class VemoManagerTest : public ::testing::Test {
   protected:
     void SetUp() override { ScriptedCore::instance().reset(); }
@@ -35,7 +54,7 @@ class VemoManagerTest : public ::testing::Test {
 
     test::TempDeviceRoot root;
     hostlog::LogCapture logs;
-    test::RecordingComm comm;
+    RecordingComm comm;
 };
 
 TEST(AppendChecksumTest, AppendsTheSumModulo2To31WithItsSign) {
@@ -60,10 +79,10 @@ TEST_F(VemoManagerTest, EmptyVectorsCloudFailuresAndRefusedDirectivesAreCounted)
     EXPECT_TRUE(calls().integralNames.empty());
     const int data[] = {0, 1, 0};
     EXPECT_EQ(manager.handleFactVectorCallback("app", data, 3, "meta"), 0);
-    ASSERT_EQ(comm.events.size(), 1u);
+    ASSERT_EQ(comm.eventResults.size(), 1u);
     for (int code = 0; code <= 4; ++code) {
         const int32_t before = count("ParticipationRequestPrqEventError");
-        comm.events[0].onResult(TolmoEventResult(code));
+        comm.eventResults[0](TolmoEventResult(code));
         EXPECT_EQ(count("ParticipationRequestPrqEventError") - before, code == 0 || code == 4)
             << code;
     }
@@ -77,7 +96,7 @@ TEST_F(VemoManagerTest, EmptyVectorsCloudFailuresAndRefusedDirectivesAreCounted)
 
 // Last: it makes the process's manager singleton over its own recording comm.
 TEST_F(VemoManagerTest, TheConnectorAnswers3WithoutCompletingARefusedRequest) {
-    static test::RecordingComm singletonComm;
+    static RecordingComm singletonComm;
     VemoManager::getInstanceWithTolmoComm(singletonComm);
     FlgrConnectorImpl connector(std::make_shared<FactManager>());
     int completions = 0;
