@@ -53,19 +53,16 @@ TEST(VemoDaemonTest, ARefusedVectorCallbackStopsSetupBeforeAnythingStarts) {
 
 TEST(VemoDaemonTest, SetupRunsItsStepsInOrder) {
     vemo::test::TempDeviceRoot root;
-    root.writeFile(vemo::paths::kWakewordGradientFile, "stale");
     root.writeFile("/data/vemo/campaign.json", campaignText());
     root.writeFile(vemo::paths::kCampaignConfig, "/data/vemo/campaign.json");
     hostlog::LogCapture logs;
     auto daemon = vemo::VemoDaemon::make_unique();
     ASSERT_EQ(daemon->setup(), 0) << hostlog::describe(logs.entries());
-    EXPECT_FALSE(root.exists(vemo::paths::kWakewordGradientFile));
     EXPECT_TRUE(root.exists(kService));
 
     // Each step: a tag and the start of its message.
     const std::vector<std::pair<std::string, std::string>> steps{
         {kTag, "setup:Configuring vemod"},
-        {kTag, "setup:Removed Wakeword gradient file on vemod startup"},
         {kTag, "setup:Setup vemo service"},
         {"Vemo:FactApi", "factVemo_SetVectorCallback:"},
         {"Vemo:VemoCoreWrapper", "vemoHandleCreate:"},  // the manager's core
