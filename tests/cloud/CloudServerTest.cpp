@@ -1,7 +1,6 @@
 #include "CloudServer.h"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <atomic>
 #include <chrono>
