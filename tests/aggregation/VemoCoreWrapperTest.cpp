@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <hostlog/LogCapture.h>
 
-#include <cstring>
 #include <functional>
 #include <stdexcept>
 
@@ -69,15 +68,8 @@ TEST_F(VemoCoreWrapperTest, EachFailedConstructionStepThrowsItsTextAndCountsItsM
     }
 }
 
-TEST_F(VemoCoreWrapperTest, CreatesWithTheDefaultWordsAndItsOwnAddressAndDestroysTheHandle) {
-    {
-        VemoCoreWrapper wrapper;
-        const auto calls = core().calls();
-        EXPECT_EQ(VEMO_LOG_VERBOSE, calls.logMaxLevel);
-        EXPECT_EQ(&wrapper, calls.userdata);
-        const VemoCoreConfig expected{VEMO_PROTOCOL_AES128CTR, 12, 1, 12, 1, 0};
-        EXPECT_EQ(0, std::memcmp(&expected, &calls.config, sizeof expected));
-    }
+TEST_F(VemoCoreWrapperTest, DestroysTheHandleItCreated) {
+    { VemoCoreWrapper wrapper; }
     EXPECT_EQ(std::vector<VemoHandle>{core().handle()}, core().calls().destroyed);
 }
 
@@ -139,10 +131,6 @@ TEST_F(VemoCoreWrapperTest, FlgrRequestThrowsOnAnyNonZeroCodeIncludingEviction) 
     std::string out;
     EXPECT_EQ(0, wrapper.flgrInitiateNewRequest("app", {1, 2, 3, 4}, 0.5f, "meta", out));
     EXPECT_EQ("request-1", out);
-    const auto calls = core().calls();
-    EXPECT_EQ((std::vector<uint8_t>{1, 2, 3, 4}), calls.flgrBlobs.back());
-    EXPECT_EQ(0.5f, calls.flgrScales.back());
-    EXPECT_EQ("meta", calls.flgrMetadata.back());
     for (int code : {5, 1}) {
         script([&](ScriptedCore::Codes& c) { c.flgrInitiate = code; });
         EXPECT_EQ("vemoHandleFlgrInitiateNewRequest failed",

@@ -2,7 +2,6 @@
 // binder client, the real analytics library, core and upload client.
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 #include <rapidjson/document.h>
 #include <signal.h>
 
@@ -13,6 +12,7 @@
 #include "HttpsTestServer.h"
 #include "TempDeviceRoot.h"
 #include "TestPki.h"
+#include "WireFormat.h"
 #include "secagg/Checksum.h"
 #include "secagg/KeyPair.h"
 #include "secagg/MaskDirective.h"
@@ -51,20 +51,6 @@ PostedEvent parseEvent(const RecordedRequest& request) {
     const auto& header = doc["event"]["header"];
     return {header["namespace"].GetString(), header["name"].GetString(),
             header["payloadVersion"].GetString(), doc["event"]["payload"].GetString()};
-}
-
-std::vector<uint32_t> decodeVector(const std::string& base64) {
-    std::vector<unsigned char> bytes(base64.size());
-    const int n =
-        EVP_DecodeBlock(bytes.data(), reinterpret_cast<const unsigned char*>(base64.data()),
-                        static_cast<int>(base64.size()));
-    const size_t padding = std::count(base64.end() - 2, base64.end(), '=');
-    std::vector<uint32_t> words((static_cast<size_t>(n) - padding) / 4);
-    for (size_t i = 0; i < words.size(); ++i) {
-        words[i] = uint32_t{bytes[4 * i]} | uint32_t{bytes[4 * i + 1]} << 8 |
-                   uint32_t{bytes[4 * i + 2]} << 16 | uint32_t{bytes[4 * i + 3]} << 24;
-    }
-    return words;
 }
 
 class WiredDaemonTest : public ::testing::Test {
@@ -163,6 +149,7 @@ TEST_F(WiredDaemonTest, AnEventBecomesAMaskedUploadWhoseSumTheCloudCanCheck) {
     // Directives that are not for the core are turned away before it.
     cloud.queueDirective(kSession, "UploadMaskedData", "not json");
     cloud.queueDirective(kSession, "UploadMaskedData", "{\"payload\":[]}");
+    cloud.queueDirective(kSession, "UploadMaskedData", "[1]");
     const secagg::KeyPair neighbour = secagg::KeyPair::generate();
     secagg::MaskDirective directive;
     directive.requestId = request.requestId;
@@ -182,6 +169,8 @@ TEST_F(WiredDaemonTest, AnEventBecomesAMaskedUploadWhoseSumTheCloudCanCheck) {
         "operator():Payload does not exist in the directive or is not an object: "
         "{\"payload\":[]}",
         1s));
+    EXPECT_TRUE(daemon->waitForOutput(
+        "operator():Payload does not exist in the directive or is not an object: [1]", 1s));
     const RecordedRequest upload = cloud.requestsTo("/maskedFAVs")[0];
     EXPECT_EQ(upload.header("x-qzt-access-token"), "device-token");
     const std::regex document(
@@ -192,8 +181,8 @@ TEST_F(WiredDaemonTest, AnEventBecomesAMaskedUploadWhoseSumTheCloudCanCheck) {
     std::smatch match;
     ASSERT_TRUE(std::regex_match(upload.body, match, document)) << upload.body;
 
-    std::vector<uint32_t> words = decodeVector(match[1]);
-    ASSERT_EQ(words.size(), 21u);
+    std::vector<uint32_t> words;
+    ASSERT_TRUE(vemo::cloud::WireFormat::decodeVector(match[1], false, 21, words, error)) << error;
     secagg::Masker masker;
     secagg::PairSeed seed{};
     ASSERT_EQ(
@@ -268,6 +257,7 @@ TEST_F(WiredDaemonTest, AGradientRequestReachesTheCloudAndTheClientHearsBack) {
     ASSERT_TRUE(secagg::parseParticipationRequest(posted.payload, request, error)) << error;
     EXPECT_EQ(request.kind, secagg::Kind::Flgr);
     EXPECT_EQ(request.name, "wakeword");
+    EXPECT_EQ(request.secondName, "{}");
     EXPECT_EQ(request.length, 3u);
     EXPECT_EQ(request.scale, 2.0f);
 

@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
-#include <fstream>
 #include <mutex>
-#include <sstream>
 
 #include "TempDeviceRoot.h"
 #include "TraceGenerator.h"
@@ -20,13 +18,6 @@ namespace fleet {
 namespace {
 
 const std::string kExamples = EXAMPLES_DIR;
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
     const size_t at = text.find(from);
@@ -70,7 +61,8 @@ TEST(DemoTraceTest, OneDevicesTraceCountsExactlyTheTruth) {
     EXPECT_NE(otherSeed.traces[2], result.traces[2]);
 
     // The same campaign, counted as is and sent on every event.
-    std::string exact = replaced(readFile(campaign), "\"cohort_size\": 16", "\"cohort_size\": 0");
+    std::string exact =
+        replaced(test::readHostFile(campaign), "\"cohort_size\": 16", "\"cohort_size\": 0");
     exact = replaced(exact, "\"value\": 8}", "\"value\": 0}");
     root.writeFile("/data/vemo/exact.json", exact);
     ASSERT_EQ(factVemo_SetVectorCallback(&sumVectors), 0u);
@@ -101,8 +93,8 @@ TEST(DemoTraceTest, OneDevicesTraceCountsExactlyTheTruth) {
 
 TEST(DemoTraceTest, CampaignsAndModelsATraceCannotServeAreRefused) {
     test::TempDeviceRoot root;
-    const std::string campaign = readFile(kExamples + "/campaigns/home_activity.json");
-    const std::string usage = readFile(kExamples + "/demo/usage.json");
+    const std::string campaign = test::readHostFile(kExamples + "/campaigns/home_activity.json");
+    const std::string usage = test::readHostFile(kExamples + "/demo/usage.json");
     const struct {
         std::string campaign;
         std::string usage;
