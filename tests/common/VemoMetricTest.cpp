@@ -10,7 +10,6 @@
 namespace {
 
 using vemo::VemoMetric;
-using vemo::VemoMetricImpl;
 using vemo::VemoMetricValidation;
 
 const std::string kPrefix =
@@ -46,11 +45,6 @@ TEST_F(VemoMetricTest, DataPointsAreSanitisedAndTyped) {
     }
     ASSERT_EQ(metrics.records().size(), 1u);
     EXPECT_EQ(metrics.records()[0].payload, kPrefix + "M-1;SY,a-b-c-d-e=-5;IN,a-b-c-d-e=0;IN");
-
-    VemoMetricImpl impl("g", "s", "n");
-    EXPECT_EQ(impl.addStringDataPoint("k", "v:w"), 1);
-    EXPECT_EQ(impl.addCounterDataPoint("c", 3), 1);
-    EXPECT_EQ(impl.payload(), kPrefix + "n;SY,k=v-w;SY,c=3;IN");
 }
 
 TEST_F(VemoMetricTest, NameLengthLimits) {
@@ -76,12 +70,6 @@ TEST_F(VemoMetricTest, InvalidRecordLogsOnceAndIsNeverEmitted) {
     EXPECT_TRUE(metrics.records().empty());
     EXPECT_EQ(logs.messages("Vemo:VemoMetricImpl"),
               std::vector<std::string>{"VemoMetricImpl:badgroupOrSchemaForMetric=Name"});
-}
-
-TEST(VemoMetricValidationTest, SanitizeReplacesSeparatorsOnly) {
-    EXPECT_EQ(VemoMetricValidation::sanitize("a:b|c=d,e"), "a-b-c-d-e");
-    EXPECT_EQ(VemoMetricValidation::sanitize("plain_text;/ok"), "plain_text;/ok");
-    EXPECT_EQ(VemoMetricValidation::sanitize(""), "");
 }
 
 }  // namespace
