@@ -57,43 +57,32 @@ VemoHandle ScriptedCore::handle() const {
 
 bool ScriptedCore::deliverIntegral(const std::vector<int32_t>& data, const std::string& firstText,
                                    const std::string& secondText, const std::string& thirdText) {
-    VemoIntegralResultCallback callback;
-    void* userdata;
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        callback = integral_;
-        userdata = calls_.userdata;
-    }
+    std::unique_lock<std::mutex> guard(lock_);
+    const VemoIntegralResultCallback callback = integral_;
+    guard.unlock();
     if (callback == nullptr) {
         return false;
     }
     callback(VemoIntegralResult{data.data(), static_cast<uint32_t>(data.size()), firstText.c_str(),
                                 secondText.c_str(), thirdText.c_str()},
-             userdata);
+             calls().userdata);
     return true;
 }
 
 bool ScriptedCore::deliverFlgr(const std::vector<uint8_t>& blob) {
-    VemoFlgrResultCallback callback;
-    void* userdata;
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        callback = flgr_;
-        userdata = calls_.userdata;
-    }
+    std::unique_lock<std::mutex> guard(lock_);
+    const VemoFlgrResultCallback callback = flgr_;
+    guard.unlock();
     if (callback == nullptr) {
         return false;
     }
-    callback(VemoFlgrResult{blob.data(), static_cast<uint32_t>(blob.size()), "", "", ""}, userdata);
+    callback(VemoFlgrResult{blob.data(), static_cast<uint32_t>(blob.size()), "", "", ""},
+             calls().userdata);
     return true;
 }
 
 bool ScriptedCore::log(VemoLogLevel level, const char* text) {
-    VemoLogCallback callback;
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        callback = calls_.logCallback;
-    }
+    const VemoLogCallback callback = calls().logCallback;
     if (callback == nullptr) {
         return false;
     }
