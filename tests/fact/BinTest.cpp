@@ -10,22 +10,12 @@
 #include "FactTestSupport.h"
 #include "fact/Attr.h"
 #include "fact/Bin.h"
-#include "fact/DataType.h"
 
 namespace {
 
 using fact::Attr;
 using fact::Bin;
-using fact::DataType;
 using fact::test::errorOf;
-
-TEST(DataTypeTest, ConvertsExactTextsOnly) {
-    const std::string names[] = {"uint32", "uint64", "int32", "int64", "double", "string", "bool"};
-    for (int i = 0; i < 7; ++i)
-        EXPECT_EQ(i, DataType::FromString(names[i]));
-    for (const std::string bad : {"Int32", "int", "", "uint32 "})
-        EXPECT_EQ("Invalid data type string: " + bad, errorOf([&] { DataType::FromString(bad); }));
-}
 
 // Outcome of one membership test: in, out, or the exception's text.
 std::string outcome(const Attr& attr, const std::string& value) {
