@@ -10,7 +10,6 @@
 
 #include "FactTestSupport.h"
 #include "fact/Campaign.h"
-#include "fact/FactHeartbeatMetric.h"
 #include "fact/MultiDimensionalRandomizedDifferentialPrivacyPolicy.h"
 
 namespace {
@@ -91,12 +90,11 @@ TEST(VectorProducerTest, ForgedVectorAndMetadata) {
     policy->at = 7;
     EXPECT_THROW(producer.CreateForgeVector(event({{"x", "1"}})), std::out_of_range);
 
-    auto& metric = fact::FactHeartbeatMetric::GetInstance();
-    const int before = metric.getCount("VectorMetadataErrorCount");
+    const int before = fact::test::heartbeatCount("VectorMetadataErrorCount");
     Vector stamped(7, "{}");
     EXPECT_EQ("Metadata already exists for vector",
               errorOf([&] { producer.AddMetadata(stamped); }));
-    EXPECT_EQ(before + 1, metric.getCount("VectorMetadataErrorCount"));
+    EXPECT_EQ(before + 1, fact::test::heartbeatCount("VectorMetadataErrorCount"));
 }
 
 // The campaign's randomised response with the real RAND_bytes source: the

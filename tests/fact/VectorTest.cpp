@@ -8,15 +8,11 @@
 #include <string>
 
 #include "FactTestSupport.h"
-#include "fact/FactHeartbeatMetric.h"
 
 namespace {
 
 using fact::Vector;
-
-int metric(const char* name) {
-    return fact::FactHeartbeatMetric::GetInstance().getCount(name);
-}
+using fact::test::heartbeatCount;
 
 // The text a JSON writer gives an object of these string members.
 std::string written(const fact::test::Pairs& members) {
@@ -49,12 +45,12 @@ TEST(VectorTest, MetadataIsTheTextAJsonWriterGives) {
 
 TEST(VectorTest, UnparsableMetadataIsCountedAndRefused) {
     for (const std::string bad : {"{oops", "[1]", "\"text\""}) {
-        const int before = metric("VectorMetadataErrorCount");
+        const int before = heartbeatCount("VectorMetadataErrorCount");
         Vector v(1, bad);
         EXPECT_EQ("Failed to parse json: " + bad,
                   fact::test::errorOf([&] { v.AddMetadataField("k", "v"); }));
         EXPECT_EQ(bad, v.metadata());
-        EXPECT_EQ(before + 1, metric("VectorMetadataErrorCount"));
+        EXPECT_EQ(before + 1, heartbeatCount("VectorMetadataErrorCount"));
     }
 }
 
@@ -70,10 +66,10 @@ TEST(VectorTest, SumWrapsAndAdoptsMetadataOnlyWhenEmpty) {
     a += c;
     EXPECT_EQ("{\"m\":\"b\"}", a.metadata());
 
-    const int before = metric("VectorMismatchCount");
+    const int before = heartbeatCount("VectorMismatchCount");
     Vector seven(7, ""), eight(8, "");
     EXPECT_THROW(seven += eight, std::runtime_error);
-    EXPECT_EQ(before + 1, metric("VectorMismatchCount"));
+    EXPECT_EQ(before + 1, heartbeatCount("VectorMismatchCount"));
     EXPECT_EQ((std::vector<int32_t>(7, 0)), seven.elements());
 }
 
