@@ -44,6 +44,9 @@ TEST_F(FactHeartbeatMetricTest, FirstReportAtOnceAndDestructionWakesTheWorkerWit
     EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
     const auto records = metrics.records();
     ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].priority, 4);
+    EXPECT_EQ(records[0].tag, "vemod");
+    EXPECT_EQ(records[0].number, 100);
     EXPECT_EQ(records[0].group, "rnzgvlsf");
     EXPECT_EQ(records[0].schema, "fyln/2/02330460");
     EXPECT_EQ(records[0].payload, kHeader);
