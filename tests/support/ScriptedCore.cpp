@@ -11,13 +11,13 @@ namespace {
 // A recognisable, never dereferenced handle value.
 int gHandleTag;
 
-}  // namespace
-
-static char* copyOut(const std::string& text) {
+char* copyOut(const std::string& text) {
     char* out = static_cast<char*>(std::malloc(text.size() + 1));
     std::memcpy(out, text.c_str(), text.size() + 1);
     return out;
 }
+
+}  // namespace
 
 ScriptedCore& ScriptedCore::instance() {
     static ScriptedCore core;
@@ -31,8 +31,6 @@ void ScriptedCore::reset() {
     output_.clear();
     outputPresent_ = true;
     outputs_ = 0;
-    flgr_ = nullptr;
-    integral_ = nullptr;
 }
 
 void ScriptedCore::setCodes(const Codes& codes) {
@@ -57,27 +55,25 @@ VemoHandle ScriptedCore::handle() const {
 
 bool ScriptedCore::deliverIntegral(const std::vector<int32_t>& data, const std::string& firstText,
                                    const std::string& secondText, const std::string& thirdText) {
-    std::unique_lock<std::mutex> guard(lock_);
-    const VemoIntegralResultCallback callback = integral_;
-    guard.unlock();
-    if (callback == nullptr) {
+    const Calls recorded = calls();
+    if (recorded.integralCallback == nullptr) {
         return false;
     }
-    callback(VemoIntegralResult{data.data(), static_cast<uint32_t>(data.size()), firstText.c_str(),
-                                secondText.c_str(), thirdText.c_str()},
-             calls().userdata);
+    recorded.integralCallback(
+        VemoIntegralResult{data.data(), static_cast<uint32_t>(data.size()), firstText.c_str(),
+                           secondText.c_str(), thirdText.c_str()},
+        recorded.userdata);
     return true;
 }
 
 bool ScriptedCore::deliverFlgr(const std::vector<uint8_t>& blob) {
-    std::unique_lock<std::mutex> guard(lock_);
-    const VemoFlgrResultCallback callback = flgr_;
-    guard.unlock();
-    if (callback == nullptr) {
+    const Calls recorded = calls();
+    if (recorded.flgrCallback == nullptr) {
         return false;
     }
-    callback(VemoFlgrResult{blob.data(), static_cast<uint32_t>(blob.size()), "", "", ""},
-             calls().userdata);
+    recorded.flgrCallback(
+        VemoFlgrResult{blob.data(), static_cast<uint32_t>(blob.size()), "", "", ""},
+        recorded.userdata);
     return true;
 }
 
@@ -133,14 +129,14 @@ int vemoHandleCreate(const VemoCoreConfig* config, void* userdata, VemoHandle* h
 int vemoHandleRegisterFlgrResultCallback(VemoHandle, VemoFlgrResultCallback callback) {
     ScriptedCore& core = ScriptedCore::instance();
     std::lock_guard<std::mutex> guard(core.lock_);
-    core.flgr_ = callback;
+    core.calls_.flgrCallback = callback;
     return core.codes_.registerFlgr;
 }
 
 int vemoHandleRegisterIntegralResultCallback(VemoHandle, VemoIntegralResultCallback callback) {
     ScriptedCore& core = ScriptedCore::instance();
     std::lock_guard<std::mutex> guard(core.lock_);
-    core.integral_ = callback;
+    core.calls_.integralCallback = callback;
     return core.codes_.registerIntegral;
 }
 
