@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -86,15 +85,6 @@ TEST(VectorProducerTest, ForgedVectorAndMetadata) {
     EXPECT_EQ(R"({"differential_privacy":"{\"cohort_size\": 9}"})", forged.metadata());
     const Vector truth = producer.CreateVector(event({{"alpha", "15"}, {"beta", "b1"}}));
     EXPECT_EQ(forged.metadata(), truth.metadata());
-
-    policy->at = 7;
-    EXPECT_THROW(producer.CreateForgeVector(event({{"x", "1"}})), std::out_of_range);
-
-    const int before = fact::test::heartbeatCount("VectorMetadataErrorCount");
-    Vector stamped(7, "{}");
-    EXPECT_EQ("Metadata already exists for vector",
-              errorOf([&] { producer.AddMetadata(stamped); }));
-    EXPECT_EQ(before + 1, fact::test::heartbeatCount("VectorMetadataErrorCount"));
 }
 
 // The campaign's randomised response with the real RAND_bytes source: the
