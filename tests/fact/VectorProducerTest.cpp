@@ -9,7 +9,6 @@
 
 #include "FactTestSupport.h"
 #include "fact/Campaign.h"
-#include "fact/MultiDimensionalRandomizedDifferentialPrivacyPolicy.h"
 
 namespace {
 
@@ -19,7 +18,6 @@ using fact::Vector;
 using fact::VectorProducer;
 using fact::VectorProducerConfig;
 using fact::test::errorOf;
-using Policy = fact::MultiDimensionalRandomizedDifferentialPrivacyPolicy;
 
 // beta (2 string bins) listed before alpha (3 int bins): alpha still leads.
 VectorProducerConfig alphaBeta() {
@@ -65,31 +63,10 @@ TEST(VectorProducerTest, MissingAttributesAndTooManyElements) {
               errorOf([&] { VectorProducer tooBig(config, nullptr); }));
 }
 
-class FixedPolicy : public Policy {
-  public:
-    explicit FixedPolicy(int at) : Policy(DifferentialPrivacyConfig{1.0, 9, 1}), at(at) {}
-    int getRandInt(int min, int max) const override {
-        lastRange = {min, max};
-        return at;
-    }
-    int at;
-    mutable std::pair<int, int> lastRange;
-};
-
-TEST(VectorProducerTest, ForgedVectorAndMetadata) {
-    auto policy = std::make_shared<FixedPolicy>(6);
-    const VectorProducer producer(alphaBeta(), policy);
-    const Vector forged = producer.CreateForgeVector(event({{"x", "1"}}));
-    EXPECT_EQ(6, onePosition(forged));
-    EXPECT_EQ((std::pair<int, int>{0, 6}), policy->lastRange);
-    EXPECT_EQ(R"({"differential_privacy":"{\"cohort_size\": 9}"})", forged.metadata());
-    const Vector truth = producer.CreateVector(event({{"alpha", "15"}, {"beta", "b1"}}));
-    EXPECT_EQ(forged.metadata(), truth.metadata());
-}
-
 // The campaign's randomised response with the real RAND_bytes source: the
 // true position survives with e / (e + L - 1) and forged positions are
-// uniform. Bounds are six standard deviations / a chi-square far in the tail.
+// uniform over the whole vector (0 to L - 1). Bounds are six standard
+// deviations / a chi-square far in the tail.
 TEST(VectorProducerTest, RandomisedResponseMatchesItsDistribution) {
     fact::CampaignSchema schema;
     schema.campaignId = "stat";
