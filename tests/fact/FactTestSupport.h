@@ -1,6 +1,6 @@
 #pragma once
 // Shared helpers of the analytics library's tests: fixture paths, campaign
-// documents edited through JSON pointers, event texts and outcomes.
+// documents edited through JSON pointers, event texts, outcomes and counts.
 
 #include <rapidjson/document.h>
 #include <rapidjson/pointer.h>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "TempDeviceRoot.h"
+#include "fact/FactHeartbeatMetric.h"
 
 namespace fact {
 namespace test {
@@ -64,6 +65,11 @@ inline std::string eventText(const std::string& producer, const Pairs& attribute
     writer.EndArray();
     writer.EndObject();
     return buffer.GetString();
+}
+
+// A heartbeat counter's value since the last report.
+inline int heartbeatCount(const char* name) {
+    return fact::FactHeartbeatMetric::GetInstance().getCount(name);
 }
 
 // "ok" when `call` returns, else the text of what it threw.

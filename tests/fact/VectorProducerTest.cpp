@@ -4,14 +4,11 @@
 
 #include <cmath>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "FactTestSupport.h"
 #include "fact/Campaign.h"
-#include "fact/FactHeartbeatMetric.h"
-#include "fact/MultiDimensionalRandomizedDifferentialPrivacyPolicy.h"
 
 namespace {
 
@@ -21,7 +18,6 @@ using fact::Vector;
 using fact::VectorProducer;
 using fact::VectorProducerConfig;
 using fact::test::errorOf;
-using Policy = fact::MultiDimensionalRandomizedDifferentialPrivacyPolicy;
 
 // beta (2 string bins) listed before alpha (3 int bins): alpha still leads.
 VectorProducerConfig alphaBeta() {
@@ -46,39 +42,15 @@ int onePosition(const Vector& v) {
     return fact::test::onePosition(v.elements());
 }
 
-TEST(VectorProducerTest, MixedRadixPositionsInNameOrder) {
+// Positions in name order, misses and the vector length are FactApiTest's
+// exact vectors.
+TEST(VectorProducerTest, MissingAttributesAndTooManyElements) {
     const VectorProducer producer(alphaBeta(), nullptr);
-    EXPECT_EQ(7, producer.vectorSize());
-    struct Row {
-        std::string alpha, beta;
-        int position;
-    };
-    const Row rows[] = {
-        {"15", "b1", 4}, {"25", "b0", 5}, {"5", "b0", 0},  {"25", "b1", 6},
-        {"5", "b1", 2},  {"99", "b1", 0}, {"15", "zz", 0},
-    };
-    for (const Row& row : rows) {
-        const Vector v = producer.CreateVector(event({{"alpha", row.alpha}, {"beta", row.beta}}));
-        EXPECT_EQ(7u, v.elements().size());
-        EXPECT_EQ(row.position, onePosition(v)) << row.alpha << "/" << row.beta;
-        EXPECT_EQ("", v.metadata());
-    }
     // alpha misses every bin: beta, later in name order, is never looked up.
     EXPECT_EQ(0, onePosition(producer.CreateVector(event({{"alpha", "99"}}))));
     EXPECT_EQ("CreateVector inputEvent missing required attribute: alpha", errorOf([&] {
                   producer.CreateVector(event({{"beta", "b1"}}));
               }));
-}
-
-TEST(VectorProducerTest, NoAttributesOrTooManyElements) {
-    const VectorProducer bare(VectorProducerConfig("none", "count", "int32"), nullptr);
-    EXPECT_EQ(0, bare.vectorSize());
-    const Vector v = bare.CreateVector(event({{"a", "1"}}));
-    EXPECT_TRUE(v.elements().empty());
-    EXPECT_EQ("", v.metadata());
-    auto policy = std::make_shared<Policy>(DifferentialPrivacyConfig{1, 1, 1});
-    EXPECT_THROW(VectorProducer(VectorProducerConfig("none", "count", "int32"), policy),
-                 std::invalid_argument);
 
     VectorProducerConfig config("big", "count", "int32");
     for (const char* name : {"a", "b", "c"}) {
@@ -88,44 +60,13 @@ TEST(VectorProducerTest, NoAttributesOrTooManyElements) {
         config.attributes.emplace(name, attr);
     }
     EXPECT_EQ("Vector of \"big\" exceeds 16777216 elements",
-              errorOf([&] { VectorProducer producer(config, nullptr); }));
-}
-
-class FixedPolicy : public Policy {
-  public:
-    explicit FixedPolicy(int at) : Policy(DifferentialPrivacyConfig{1.0, 9, 1}), at(at) {}
-    int getRandInt(int min, int max) const override {
-        lastRange = {min, max};
-        return at;
-    }
-    int at;
-    mutable std::pair<int, int> lastRange;
-};
-
-TEST(VectorProducerTest, ForgedVectorAndMetadata) {
-    auto policy = std::make_shared<FixedPolicy>(6);
-    const VectorProducer producer(alphaBeta(), policy);
-    const Vector forged = producer.CreateForgeVector(event({{"x", "1"}}));
-    EXPECT_EQ(6, onePosition(forged));
-    EXPECT_EQ((std::pair<int, int>{0, 6}), policy->lastRange);
-    EXPECT_EQ(R"({"differential_privacy":"{\"cohort_size\": 9}"})", forged.metadata());
-    const Vector truth = producer.CreateVector(event({{"alpha", "15"}, {"beta", "b1"}}));
-    EXPECT_EQ(forged.metadata(), truth.metadata());
-
-    policy->at = 7;
-    EXPECT_THROW(producer.CreateForgeVector(event({{"x", "1"}})), std::out_of_range);
-
-    auto& metric = fact::FactHeartbeatMetric::GetInstance();
-    const int before = metric.getCount("VectorMetadataErrorCount");
-    Vector stamped(7, "{}");
-    EXPECT_EQ("Metadata already exists for vector",
-              errorOf([&] { producer.AddMetadata(stamped); }));
-    EXPECT_EQ(before + 1, metric.getCount("VectorMetadataErrorCount"));
+              errorOf([&] { VectorProducer tooBig(config, nullptr); }));
 }
 
 // The campaign's randomised response with the real RAND_bytes source: the
 // true position survives with e / (e + L - 1) and forged positions are
-// uniform. Bounds are six standard deviations / a chi-square far in the tail.
+// uniform over the whole vector (0 to L - 1). Bounds are six standard
+// deviations / a chi-square far in the tail.
 TEST(VectorProducerTest, RandomisedResponseMatchesItsDistribution) {
     fact::CampaignSchema schema;
     schema.campaignId = "stat";

@@ -13,6 +13,41 @@
 namespace vemo {
 namespace test {
 
+namespace {
+
+// ELF class, byte order and machine: what decides whether a program is built
+// for the same target as the running test.
+bool readElfKind(const std::string& path, std::string* kind) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    unsigned char header[20];
+    const ssize_t n = read(fd, header, sizeof header);
+    close(fd);
+    if (n != static_cast<ssize_t>(sizeof header) || header[0] != 0x7f || header[1] != 'E' ||
+        header[2] != 'L' || header[3] != 'F') {
+        return false;
+    }
+    kind->assign({static_cast<char>(header[4]), static_cast<char>(header[5]),
+                  static_cast<char>(header[18]), static_cast<char>(header[19])});
+    return true;
+}
+
+// True when `path` is a program for the cross build's target, which runs
+// under the emulator.
+bool isTargetProgram(const std::string& path) {
+    if (childProcessEmulator().empty()) {
+        return false;
+    }
+    // Under qemu-user /proc/self/exe is the emulated test program itself.
+    std::string own;
+    std::string other;
+    return readElfKind("/proc/self/exe", &own) && readElfKind(path, &other) && own == other;
+}
+
+}  // namespace
+
 ChildProcess::ChildProcess(const std::string& path, const std::vector<std::string>& args,
                            const std::map<std::string, std::string>& env) {
     int fds[2];
@@ -66,39 +101,6 @@ ChildProcess::ChildProcess(const std::string& path, const std::vector<std::strin
 
 const std::vector<std::string>& ChildProcess::emulator() {
     return childProcessEmulator();
-}
-
-namespace {
-
-// ELF class, byte order and machine: what decides whether a program is built
-// for the same target as the running test.
-bool readElfKind(const std::string& path, std::string* kind) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    unsigned char header[20];
-    const ssize_t n = read(fd, header, sizeof header);
-    close(fd);
-    if (n != static_cast<ssize_t>(sizeof header) || header[0] != 0x7f || header[1] != 'E' ||
-        header[2] != 'L' || header[3] != 'F') {
-        return false;
-    }
-    kind->assign({static_cast<char>(header[4]), static_cast<char>(header[5]),
-                  static_cast<char>(header[18]), static_cast<char>(header[19])});
-    return true;
-}
-
-}  // namespace
-
-bool ChildProcess::isTargetProgram(const std::string& path) {
-    if (emulator().empty()) {
-        return false;
-    }
-    // Under qemu-user /proc/self/exe is the emulated test program itself.
-    std::string own;
-    std::string other;
-    return readElfKind("/proc/self/exe", &own) && readElfKind(path, &other) && own == other;
 }
 
 ChildProcess::~ChildProcess() {

@@ -33,9 +33,6 @@ class ChildProcess {
 
     // The command prefix that runs a target program (empty in a native build).
     static const std::vector<std::string>& emulator();
-    // True when `path` is a program for the cross build's target, which
-    // ChildProcess starts under emulator().
-    static bool isTargetProgram(const std::string& path);
 
     void signal(int sig);
     // Waits for exit; the exit status (or 128 + signal), -1 when the bound passed.

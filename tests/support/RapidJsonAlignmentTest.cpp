@@ -40,10 +40,6 @@ TEST(RapidJsonAlignmentTest, PooledValuesAreAlignedForDoublesAndInt64) {
 
     std::string report;
     EXPECT_EQ(countMisaligned(doc, "", report), 0) << report;
-    EXPECT_DOUBLE_EQ(doc["a"].GetDouble(), 1.5);
-    EXPECT_EQ(doc["bbb"][3].GetInt64(), INT64_C(4294967296));
-    EXPECT_EQ(doc["c"]["eee"][1].GetInt64(), INT64_C(-9007199254740993));
-    EXPECT_EQ(doc["fffff"][2][0].GetUint64(), UINT64_MAX);
 }
 
 }  // namespace

@@ -11,13 +11,13 @@ namespace {
 // A recognisable, never dereferenced handle value.
 int gHandleTag;
 
-}  // namespace
-
-static char* copyOut(const std::string& text) {
+char* copyOut(const std::string& text) {
     char* out = static_cast<char*>(std::malloc(text.size() + 1));
     std::memcpy(out, text.c_str(), text.size() + 1);
     return out;
 }
+
+}  // namespace
 
 ScriptedCore& ScriptedCore::instance() {
     static ScriptedCore core;
@@ -31,8 +31,6 @@ void ScriptedCore::reset() {
     output_.clear();
     outputPresent_ = true;
     outputs_ = 0;
-    flgr_ = nullptr;
-    integral_ = nullptr;
 }
 
 void ScriptedCore::setCodes(const Codes& codes) {
@@ -57,43 +55,30 @@ VemoHandle ScriptedCore::handle() const {
 
 bool ScriptedCore::deliverIntegral(const std::vector<int32_t>& data, const std::string& firstText,
                                    const std::string& secondText, const std::string& thirdText) {
-    VemoIntegralResultCallback callback;
-    void* userdata;
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        callback = integral_;
-        userdata = calls_.userdata;
-    }
-    if (callback == nullptr) {
+    const Calls recorded = calls();
+    if (recorded.integralCallback == nullptr) {
         return false;
     }
-    callback(VemoIntegralResult{data.data(), static_cast<uint32_t>(data.size()), firstText.c_str(),
-                                secondText.c_str(), thirdText.c_str()},
-             userdata);
+    recorded.integralCallback(
+        VemoIntegralResult{data.data(), static_cast<uint32_t>(data.size()), firstText.c_str(),
+                           secondText.c_str(), thirdText.c_str()},
+        recorded.userdata);
     return true;
 }
 
 bool ScriptedCore::deliverFlgr(const std::vector<uint8_t>& blob) {
-    VemoFlgrResultCallback callback;
-    void* userdata;
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        callback = flgr_;
-        userdata = calls_.userdata;
-    }
-    if (callback == nullptr) {
+    const Calls recorded = calls();
+    if (recorded.flgrCallback == nullptr) {
         return false;
     }
-    callback(VemoFlgrResult{blob.data(), static_cast<uint32_t>(blob.size()), "", "", ""}, userdata);
+    recorded.flgrCallback(
+        VemoFlgrResult{blob.data(), static_cast<uint32_t>(blob.size()), "", "", ""},
+        recorded.userdata);
     return true;
 }
 
 bool ScriptedCore::log(VemoLogLevel level, const char* text) {
-    VemoLogCallback callback;
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        callback = calls_.logCallback;
-    }
+    const VemoLogCallback callback = calls().logCallback;
     if (callback == nullptr) {
         return false;
     }
@@ -144,14 +129,14 @@ int vemoHandleCreate(const VemoCoreConfig* config, void* userdata, VemoHandle* h
 int vemoHandleRegisterFlgrResultCallback(VemoHandle, VemoFlgrResultCallback callback) {
     ScriptedCore& core = ScriptedCore::instance();
     std::lock_guard<std::mutex> guard(core.lock_);
-    core.flgr_ = callback;
+    core.calls_.flgrCallback = callback;
     return core.codes_.registerFlgr;
 }
 
 int vemoHandleRegisterIntegralResultCallback(VemoHandle, VemoIntegralResultCallback callback) {
     ScriptedCore& core = ScriptedCore::instance();
     std::lock_guard<std::mutex> guard(core.lock_);
-    core.integral_ = callback;
+    core.calls_.integralCallback = callback;
     return core.codes_.registerIntegral;
 }
 

@@ -36,6 +36,8 @@ class ScriptedCore {
     struct Calls {
         VemoLogCallback logCallback = nullptr;
         int logMaxLevel = 0;
+        VemoFlgrResultCallback flgrCallback = nullptr;
+        VemoIntegralResultCallback integralCallback = nullptr;
         VemoCoreConfig config{};
         void* userdata = nullptr;
         std::vector<VemoHandle> destroyed;
@@ -69,13 +71,11 @@ class ScriptedCore {
 
     // Used by the operation table.
     std::mutex lock_;
-    Codes codes_;                                    // guarded by lock_
-    Calls calls_;                                    // guarded by lock_
-    std::string output_;                             // guarded by lock_
-    bool outputPresent_ = true;                      // guarded by lock_
-    int outputs_ = 0;                                // guarded by lock_
-    VemoFlgrResultCallback flgr_ = nullptr;          // guarded by lock_
-    VemoIntegralResultCallback integral_ = nullptr;  // guarded by lock_
+    Codes codes_;                // guarded by lock_
+    Calls calls_;                // guarded by lock_
+    std::string output_;         // guarded by lock_
+    bool outputPresent_ = true;  // guarded by lock_
+    int outputs_ = 0;            // guarded by lock_
 };
 
 }  // namespace test
