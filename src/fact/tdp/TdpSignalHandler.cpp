@@ -82,8 +82,10 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
         return signals;
     }
     keysRefused_ = 0;
+    std::string key;
     for (const auto& member : document.GetObject()) {
-        if (!processNestedEcsState(std::string(), member, signals, 0)) {
+        key.clear();
+        if (!processNestedEcsState(key, member, signals, 0)) {
             logger.e(
                 "%s:TdpSignalStorage::processEcsEvent() - ECS event json either had too many "
                 "layers (more than %d) or too many signals (%d).",
@@ -101,16 +103,20 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
     return signals;
 }
 
-bool TdpSignalHandler::processNestedEcsState(std::string prefix,
+bool TdpSignalHandler::processNestedEcsState(std::string& key,
                                              const rapidjson::Value::Member& member,
                                              std::vector<std::string>& signals, int depth) {
     if (depth > kMaxDepth || signals.size() > static_cast<size_t>(kMaxSignals)) {
         return false;
     }
-    std::string key = prefix.empty() ? text(member.name) : prefix + "_" + text(member.name);
+    const size_t parentLength = key.size();
+    if (parentLength != 0) {
+        key += '_';
+    }
+    key.append(member.name.GetString(), member.name.GetStringLength());
     const rapidjson::Value& value = member.value;
     if (value.IsString() || value.IsArray()) {
-        submitNewState(std::move(key), member, signals);
+        submitNewState(key, value, signals);
     } else if (value.IsObject()) {
         // A too-deep or overflowing branch below the top level is skipped
         // without failing the event; only the top level decides that.
@@ -120,16 +126,17 @@ bool TdpSignalHandler::processNestedEcsState(std::string prefix,
     } else {
         logger.d("%s:Unknown Event value type, skipping.", "processNestedEcsState");
     }
+    key.resize(parentLength);
     return true;
 }
 
-void TdpSignalHandler::submitNewState(std::string key, const rapidjson::Value::Member& member,
+void TdpSignalHandler::submitNewState(const std::string& key, const rapidjson::Value& raw,
                                       std::vector<std::string>& signals) {
-    const rapidjson::Value& raw = member.value;
-    std::string value;
+    std::string& value = value_;
     if (raw.IsString()) {
-        value = text(raw);
-    } else if (raw.IsArray()) {
+        value.assign(raw.GetString(), raw.GetStringLength());
+    } else {
+        value.clear();
         bool first = true;
         for (const auto& item : raw.GetArray()) {
             if (!item.IsString()) {
@@ -141,21 +148,19 @@ void TdpSignalHandler::submitNewState(std::string key, const rapidjson::Value::M
             value.append(item.GetString(), item.GetStringLength());
             first = false;
         }
-    } else {
-        return;
-    }
-    auto it = keyStates_.find(key);
-    if (it != keyStates_.end() && it->second != value) {
-        addSignal(upperCase(key + "_" + value), signals);
-        addSignal(upperCase(key + kChangedSuffix), signals);
     }
     if (key == "ucids") {
         ucids_ = value;
     }
+    auto it = keyStates_.find(key);
     if (it != keyStates_.end()) {
-        it->second = std::move(value);
+        if (it->second != value) {
+            addSignal(upperCase(key + "_" + value), signals);
+            addSignal(upperCase(key + kChangedSuffix), signals);
+            it->second = value;
+        }
     } else if (keyStates_.size() < kMaxKeys) {
-        keyStates_.emplace(std::move(key), std::move(value));
+        keyStates_.emplace(key, value);
     } else {
         ++keysRefused_;
     }
