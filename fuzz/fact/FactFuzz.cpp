@@ -5,6 +5,10 @@
 // finding.
 #include <fact/fact_api.h>
 #include <rapidjson/document.h>
+#include <rapidjson/encodedstream.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+#include <rapidjson/schema.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -13,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "fact/InputEvent.h"
 #include "hostlog/LogCapture.h"
 
 namespace {
@@ -53,6 +58,39 @@ bool writeScratch(const uint8_t* data, size_t size) {
     std::ofstream out(gScratch, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
     return static_cast<bool>(out);
+}
+
+// The event reader skips the schema's validator for events of the plain shape;
+// whatever it accepts, the validator must accept, and the other way round.
+void checkEventAgainstSchema(const std::string& text) {
+    if (text.empty() || text.size() > fact::InputEvent::kMaxJsonSize) {
+        return;
+    }
+    static const rapidjson::SchemaDocument* schema = [] {
+        rapidjson::Document doc;
+        doc.Parse(fact::InputEvent::kSchema);
+        return new rapidjson::SchemaDocument(doc);
+    }();
+    bool accepted = true;
+    try {
+        const fact::InputEvent event(text);
+    } catch (const std::exception&) {
+        accepted = false;
+    }
+    rapidjson::SchemaValidator validator(*schema);
+    rapidjson::Reader reader;
+    // Bounded by the length, as the library reads: a null-terminated stream
+    // lets the UTF-8 check read past the end of a truncated sequence.
+    rapidjson::MemoryStream memory(text.data(), text.size());
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> input(memory);
+    const bool parsed =
+        !reader
+             .Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
+                 input, validator)
+             .IsError();
+    if (accepted != (parsed && validator.IsValid())) {
+        abort();
+    }
 }
 
 void check(fact_status_t status) {
@@ -105,6 +143,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
     } else {
         const std::string event(reinterpret_cast<const char*>(data) + 1, size - 1);
+        checkEventAgainstSchema(event.c_str());
         gApplicationId.clear();
         check(factDataProducerAdapter_SendEvent("p", event.c_str()));
         if (!gApplicationId.empty()) {

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -24,6 +25,8 @@ std::string& rootStorage() {
     return root;
 }
 
+std::atomic<unsigned long> gVersion{0};
+
 std::string normalise(std::string root) {
     while (root.size() > 1 && root.back() == '/') {
         root.pop_back();
@@ -41,6 +44,11 @@ std::string deviceRoot() {
 void setDeviceRoot(const std::string& root) {
     std::lock_guard<std::mutex> lock(rootMutex());
     rootStorage() = root;
+    gVersion.fetch_add(1, std::memory_order_release);
+}
+
+unsigned long deviceRootVersion() {
+    return gVersion.load(std::memory_order_acquire);
 }
 
 std::string devicePath(const std::string& absolutePath) {

@@ -14,8 +14,13 @@ bool Attr::inRange(const std::string& value) const {
 }
 
 int32_t Attr::IndexInRange(const std::string& value) const {
-    for (size_t i = 0; i < bins.size(); ++i) {
-        if (bins[i]->inRange(value)) {
+    return bins.empty() ? -1 : bins.front()->firstMatch(bins, value);
+}
+
+int32_t Attr::firstMatch(const std::vector<std::shared_ptr<Attr>>& candidates,
+                         const std::string& value) const {
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        if (candidates[i]->inRange(value)) {
             return static_cast<int32_t>(i);
         }
     }

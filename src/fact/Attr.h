@@ -24,6 +24,13 @@ class Attr {
     // none does. Conversion errors of a bin (non-numeric text for a numeric
     // attribute, "Invalid data type") propagate.
     int32_t IndexInRange(const std::string& value) const;
+    // IndexInRange over `bins`, asked of its first bin. A bin converts the
+    // value once for every bin of its own kind (same class and declared
+    // type); the others convert for themselves.
+    virtual int32_t firstMatch(const std::vector<std::shared_ptr<Attr>>& bins,
+                               const std::string& value) const;
+    // The class of a bin (one per Bin<T>); null for an attribute.
+    const void* binKind() const { return binKind_; }
 
     // Enum bin: matches exactly `value`. For int, unsigned int, long long,
     // unsigned long long, double and std::string.
@@ -38,6 +45,9 @@ class Attr {
     // One of the DataType texts.
     std::string type;
     std::vector<std::shared_ptr<Attr>> bins;
+
+  protected:
+    const void* binKind_ = nullptr;
 };
 
 }  // namespace fact

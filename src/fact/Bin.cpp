@@ -64,6 +64,13 @@ int trueRule(const std::string& text) {
     return text == "true" ? 1 : 0;
 }
 
+// One address per bin class.
+template <typename T>
+const void* kindOf() {
+    static const char kKind = 0;
+    return &kKind;
+}
+
 [[noreturn]] void invalidType() {
     throw std::runtime_error("Invalid data type");
 }
@@ -187,7 +194,9 @@ Bin<T>::Bin(const std::string& name, const T& value)
       min(value),
       max(value),
       includeMax(true),
-      declaredType(DataType::FromString(binTypeName<T>())) {}
+      declaredType(DataType::FromString(binTypeName<T>())) {
+    binKind_ = kindOf<T>();
+}
 
 template <typename T>
 Bin<T>::Bin(const std::string& name, const T& min, const T& max, bool includeMax)
@@ -195,15 +204,39 @@ Bin<T>::Bin(const std::string& name, const T& min, const T& max, bool includeMax
       min(min),
       max(max),
       includeMax(includeMax),
-      declaredType(DataType::FromString(binTypeName<T>())) {}
+      declaredType(DataType::FromString(binTypeName<T>())) {
+    binKind_ = kindOf<T>();
+}
 
 template <typename T>
 bool Bin<T>::inRange(const std::string& value) const {
-    const T v = convert<T>(declaredType, value);
+    return holds(convert<T>(declaredType, value));
+}
+
+template <typename T>
+bool Bin<T>::holds(const T& v) const {
     if (!(min <= v)) {
         return false;
     }
     return includeMax ? v <= max : v < max;
+}
+
+template <typename T>
+int32_t Bin<T>::firstMatch(const std::vector<std::shared_ptr<Attr>>& bins,
+                           const std::string& value) const {
+    // The conversion is the costly part and the same for every bin of this
+    // kind: it is done once, and first, as the first bin would do it.
+    const T v = convert<T>(declaredType, value);
+    for (size_t i = 0; i < bins.size(); ++i) {
+        const Attr& bin = *bins[i];
+        const auto* same = bin.binKind() == binKind_ ? static_cast<const Bin<T>*>(&bin) : nullptr;
+        const bool hit = same != nullptr && same->declaredType == declaredType ? same->holds(v)
+                                                                               : bin.inRange(value);
+        if (hit) {
+            return static_cast<int32_t>(i);
+        }
+    }
+    return -1;
 }
 
 template class Bin<int>;

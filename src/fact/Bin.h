@@ -28,6 +28,8 @@ class Bin : public Attr {
     // a non-string bin, std::invalid_argument / std::out_of_range when the
     // text is not a number of the needed width.
     bool inRange(const std::string& value) const override;
+    int32_t firstMatch(const std::vector<std::shared_ptr<Attr>>& bins,
+                       const std::string& value) const override;
 
     // The declared type of the attribute the bin belongs to.
     void setDeclaredType(DataType::Value declared) { declaredType = declared; }
@@ -37,6 +39,8 @@ class Bin : public Attr {
     bool includeMax;
 
   private:
+    bool holds(const T& v) const;
+
     DataType::Value declaredType;
 };
 

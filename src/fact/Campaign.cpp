@@ -25,6 +25,11 @@ Campaign::Campaign(CampaignSchema schema, std::shared_ptr<DifferentialPrivacyPol
         throw std::out_of_range("Vector of campaign \"" + mSchema.campaignId + "\" exceeds " +
                                 std::to_string(VectorProducer::kMaxVectorSize) + " elements");
     }
+    mLength = static_cast<int32_t>(length);
+    if (!mVectorProducers.empty()) {
+        mVectorProducers.front()->AddMetadata(mHead);
+    }
+    mHead.AddMetadataField("campaign_id", mSchema.campaignId);
 }
 
 Campaign::~Campaign() = default;
@@ -49,38 +54,26 @@ std::string Campaign::GetApplicationId(const InputEvent& event) const {
 }
 
 Vector Campaign::CreateVector(const InputEvent& event) const {
-    Vector result(0, "");
-    bool first = true;
+    Vector result = mHead;
+    result.elements().assign(static_cast<size_t>(mLength), 0);
+    size_t offset = 0;
     for (const auto& producer : mVectorProducers) {
         const bool forge = mPolicy && mPolicy->ForgeEvent(producer->vectorSize());
-        Vector vector = forge ? producer->CreateForgeVector(event) : producer->CreateVector(event);
-        // Concatenating onto the empty start vector would only copy.
-        if (first) {
-            result = std::move(vector);
-            first = false;
-        } else {
-            result.Concatenate(vector);
+        const int32_t position = forge ? producer->ForgePosition() : producer->Position(event);
+        if (position >= 0) {
+            result.elements()[offset + static_cast<size_t>(position)] = 1;
         }
+        offset += static_cast<size_t>(producer->vectorSize());
     }
-    result.AddMetadataField("campaign_id", mSchema.campaignId);
     return result;
 }
 
 int32_t Campaign::VectorLength() const {
-    int64_t length = 0;
-    for (const auto& producer : mVectorProducers) {
-        length += producer->vectorSize();
-    }
-    return static_cast<int32_t>(length);
+    return mLength;
 }
 
 std::string Campaign::VectorMetadata() const {
-    Vector empty(0, "");
-    if (!mVectorProducers.empty()) {
-        mVectorProducers.front()->AddMetadata(empty);
-    }
-    empty.AddMetadataField("campaign_id", mSchema.campaignId);
-    return empty.metadata();
+    return mHead.metadata();
 }
 
 }  // namespace fact

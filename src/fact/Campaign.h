@@ -44,6 +44,10 @@ class Campaign {
     const CampaignSchema mSchema;
     const std::shared_ptr<DifferentialPrivacyPolicy> mPolicy;
     std::vector<std::shared_ptr<VectorProducer>> mVectorProducers;
+    int32_t mLength = 0;
+    // No elements, and the metadata every vector of the campaign carries:
+    // each vector starts as a copy instead of writing the text again.
+    Vector mHead{0, ""};
 };
 
 }  // namespace fact

@@ -41,8 +41,16 @@ VectorProducer::~VectorProducer() = default;
 Vector VectorProducer::CreateVector(const InputEvent& event) const {
     Vector vector(mVectorSize, "");
     AddMetadata(vector);
+    const int32_t position = Position(event);
+    if (position >= 0) {
+        vector.elements()[static_cast<size_t>(position)] = 1;
+    }
+    return vector;
+}
+
+int32_t VectorProducer::Position(const InputEvent& event) const {
     if (mSortedAttributes.empty()) {
-        return vector;
+        return -1;
     }
     const int32_t functionSize = mConfig.aggregationFunctionSize;
     int32_t stride = functionSize == 0 ? 0 : (mVectorSize - mBaseOffset) / functionSize;
@@ -67,27 +75,31 @@ Vector VectorProducer::CreateVector(const InputEvent& event) const {
     if (mConfig.aggregation != VectorAggregation::COUNT) {
         throw std::runtime_error("VectorAggregation type not supported");
     }
-    if (position >= static_cast<int32_t>(vector.elements().size())) {
+    if (position >= mVectorSize) {
         throw std::out_of_range("CreateVector position " + std::to_string(position) +
                                 " out of range");
     }
-    vector.elements()[static_cast<size_t>(position)] = 1;
-    return vector;
+    return position;
 }
 
 Vector VectorProducer::CreateForgeVector(const InputEvent&) const {
-    if (!mPolicy) {
-        throw std::logic_error("CreateForgeVector needs a privacy policy");
-    }
+    const int32_t position = ForgePosition();
     Vector vector(mVectorSize, "");
-    const int position = mPolicy->GetValueInRange(0, mVectorSize - 1);
-    if (position < 0 || position >= static_cast<int32_t>(vector.elements().size())) {
-        throw std::out_of_range("CreateForgeVector position " + std::to_string(position) +
-                                " out of range");
-    }
     vector.elements()[static_cast<size_t>(position)] = 1;
     AddMetadata(vector);
     return vector;
+}
+
+int32_t VectorProducer::ForgePosition() const {
+    if (!mPolicy) {
+        throw std::logic_error("CreateForgeVector needs a privacy policy");
+    }
+    const int position = mPolicy->GetValueInRange(0, mVectorSize - 1);
+    if (position < 0 || position >= mVectorSize) {
+        throw std::out_of_range("CreateForgeVector position " + std::to_string(position) +
+                                " out of range");
+    }
+    return position;
 }
 
 void VectorProducer::AddMetadata(Vector& vector) const {

@@ -44,6 +44,12 @@ class VectorProducer {
     // not read. Needs a policy.
     virtual Vector CreateForgeVector(const InputEvent& event) const;
 
+    // The element CreateVector sets to 1 (-1 when the item has no attributes
+    // and the vector stays all zeros), and the element a forged vector sets;
+    // each throws what its vector's maker throws.
+    int32_t Position(const InputEvent& event) const;
+    int32_t ForgePosition() const;
+
     // Adds the "differential_privacy" member when there is a policy. Throws
     // (counting "VectorMetadataErrorCount") when the vector has metadata.
     void AddMetadata(Vector& vector) const;

@@ -93,16 +93,21 @@ TEST(BinTest, RangeBoundsAndEnumMatching) {
     text.addBin<std::string>("a", "a");
     text.addBin<std::string>("b", "b");
     numbers.addBin<long long>("seven", 7);
+    // Bins of different classes in one attribute each convert the value their own way.
+    Attr mixed("mixed", "int32");
+    mixed.addBin<int>("small", 0, 10, false);
+    mixed.addBin<double>("half", 10.0, 10.5, true);
+    mixed.addBin<int>("big", 10, 20, true);
     struct Row {
         const Attr& attr;
         std::string value;
         int index;
     };
     const Row rows[] = {
-        {open, "0", 0},    {open, "9", 0},     {open, "10", -1},   {open, "-1", -1},
-        {closed, "10", 0}, {overlap, "7", 0},  {overlap, "12", 1}, {overlap, "16", -1},
-        {empty, "1", -1},  {text, "b", 1},     {text, "c", -1},    {text, "ab", -1},
-        {numbers, "7", 0}, {numbers, "8", -1},
+        {open, "0", 0},    {open, "9", 0},     {open, "10", -1},    {open, "-1", -1},
+        {closed, "10", 0}, {overlap, "7", 0},  {overlap, "12", 1},  {overlap, "16", -1},
+        {empty, "1", -1},  {text, "b", 1},     {text, "c", -1},     {text, "ab", -1},
+        {numbers, "7", 0}, {numbers, "8", -1}, {mixed, "10.25", 1}, {mixed, "10.75", 2},
     };
     for (const Row& row : rows)
         EXPECT_EQ(row.index, row.attr.IndexInRange(row.value)) << row.attr.name << " " << row.value;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <unordered_map>
 
 #include "FactTestSupport.h"
 
@@ -22,6 +23,13 @@ TEST(InputEventTest, CopiesProducerAndAttributesFirstValueWins) {
     ASSERT_EQ(2u, event.attributes.size());
     EXPECT_EQ("1", event.attributes.at("a"));
     EXPECT_EQ("x_y", event.attributes.at("b"));
+    // The plain shape producers send, members in either order.
+    const InputEvent plain(
+        R"({"attributes": [{"value": "v", "key": "k"}, {"key": "k2", "value": ""}],
+        "data_producer": "p"})");
+    EXPECT_EQ("p", plain.dataProducer);
+    EXPECT_EQ((std::unordered_map<std::string, std::string>{{"k", "v"}, {"k2", ""}}),
+              plain.attributes);
 }
 
 TEST(InputEventTest, RefusesBadTextsWithExactErrors) {
@@ -47,6 +55,28 @@ TEST(InputEventTest, RefusesBadTextsWithExactErrors) {
          "Invalid schema: #/properties/attributes\nInvalid keyword: uniqueItems\nInvalid document: "
          "#/attributes/1"},
         {R"({"data_producer": "p", "attributes": [{"key": "k"}]})",
+         "Invalid schema: #/properties/attributes/items\nInvalid keyword: required\nInvalid "
+         "document: #/attributes/0"},
+        {R"({"data_producer": "p", "attributes": [{"key": "a", "value": "1"}, {"value": "1", "key": "a"}]})",
+         "Invalid schema: #/properties/attributes\nInvalid keyword: uniqueItems\nInvalid document: "
+         "#/attributes/1"},
+        {R"({"data_producer": 5, "attributes": [{"key": "k", "value": "v"}]})",
+         "Invalid schema: #/properties/data_producer\nInvalid keyword: type\nInvalid document: "
+         "#/data_producer"},
+        {R"({"data_producer": "p", "data_producer": 5, "attributes": [{"key": "k", "value": "v"}]})",
+         "Invalid schema: #/properties/data_producer\nInvalid keyword: type\nInvalid document: "
+         "#/data_producer"},
+        {R"({"data_producer": "p", "attributes": {"key": "k", "value": "v"}})",
+         "Invalid schema: #/properties/attributes\nInvalid keyword: type\nInvalid document: "
+         "#/attributes"},
+        {R"({"data_producer": "p", "attributes": ["k"]})",
+         "Invalid schema: #/properties/attributes/items\nInvalid keyword: type\nInvalid document: "
+         "#/attributes/0"},
+        {R"({"data_producer": "p", "attributes": [{"key": 1, "value": "v"}]})",
+         "Invalid schema: #/properties/attributes/items/properties/key\nInvalid keyword: "
+         "type\nInvalid "
+         "document: #/attributes/0/key"},
+        {R"({"data_producer": "p", "attributes": [{"key\u0000": "k", "value": "v"}]})",
          "Invalid schema: #/properties/attributes/items\nInvalid keyword: required\nInvalid "
          "document: #/attributes/0"},
         {R"({"data_producer": "p", "attributes": [{"key": "a", "value": 1}]})",

@@ -1,3 +1,4 @@
+#include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/system_properties.h>
@@ -133,7 +134,20 @@ class PropertyFiles {
   public:
     enum Which { kPersist = 0, kBuild = 1 };
 
-    PropertyFiles() : mFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+    PropertyFiles() : mFd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+        // Asking an epoll set whether the descriptor is readable costs less
+        // than a read that finds nothing (no lock is taken while nothing is
+        // ready), and the kernel marks it ready before a write returns.
+        if (mFd >= 0) {
+            mReady = epoll_create1(EPOLL_CLOEXEC);
+            epoll_event interest{};
+            interest.events = EPOLLIN;
+            if (mReady >= 0 && epoll_ctl(mReady, EPOLL_CTL_ADD, mFd, &interest) != 0) {
+                ::close(mReady);
+                mReady = -1;
+            }
+        }
+    }
 
     // Needs fileMutex(). Valid until the next call.
     const PropertyMap& values(Which which) {
@@ -160,6 +174,14 @@ class PropertyFiles {
     // Needs fileMutex(). Follows a change of device root, then takes in
     // what the kernel reported since the last call.
     void refresh() {
+        // The version is read before the root: a root set in between only
+        // makes the next call look again.
+        const unsigned long version = vemo::platform::deviceRootVersion();
+        if (version == mRootVersion && !mRoot.empty()) {
+            drainEvents();
+            return;
+        }
+        mRootVersion = version;
         std::string root = vemo::platform::deviceRoot();
         if (root != mRoot) {
             for (File& f : mFiles) {
@@ -292,6 +314,10 @@ class PropertyFiles {
         if (mFd < 0) {
             return;
         }
+        epoll_event ready{};
+        if (mReady >= 0 && epoll_wait(mReady, &ready, 1, 0) == 0) {
+            return;
+        }
         alignas(inotify_event) char buffer[4096];
         for (;;) {
             const ssize_t n = ::read(mFd, buffer, sizeof buffer);
@@ -333,6 +359,9 @@ class PropertyFiles {
 
     static const PropertyMap kEmpty;
     const int mFd;
+    // An epoll set holding mFd, or -1 (then every call reads mFd).
+    int mReady = -1;
+    unsigned long mRootVersion = 0;
     std::string mRoot;
     File mFiles[2];
 };

@@ -1,6 +1,7 @@
 #include "fact/tdp/TdpEventProducer.h"
 
-#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <cstdint>
 #include <stdexcept>
@@ -8,7 +9,6 @@
 #include "common/DeviceInfo.h"
 #include "common/VemoLogger.h"
 #include "fact/FactHeartbeatMetric.h"
-#include "fact/tdp/TdpJson.h"
 
 namespace fact {
 namespace tdp {
@@ -16,13 +16,21 @@ namespace {
 const vemo::VemoLogger logger{"TdpEventProducer"};
 constexpr int64_t kNanosPerSecond = 1000000000;
 
-void addAttribute(rapidjson::Value& attributes, const char* key, const std::string& value,
-                  rapidjson::Document::AllocatorType& allocator) {
-    rapidjson::Value entry(rapidjson::kObjectType);
-    entry.AddMember("key", rapidjson::StringRef(key), allocator);
-    entry.AddMember("value", rapidjson::Value(value, allocator), allocator);
-    attributes.PushBack(entry, allocator);
+using EventWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void writeString(EventWriter& writer, const std::string& text) {
+    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
+
+void addAttribute(EventWriter& writer, const char* key, const std::string& value) {
+    writer.StartObject();
+    writer.Key("key");
+    writer.String(key);
+    writer.Key("value");
+    writeString(writer, value);
+    writer.EndObject();
+}
+
 }  // namespace
 
 TdpEventProducer::TdpEventProducer() {
@@ -43,12 +51,12 @@ int64_t TdpEventProducer::timeDeltaSeconds(const TdpSignal& signal, TdpTimePoint
     return nanos / kNanosPerSecond;
 }
 
-std::string TdpEventProducer::produceEvent(std::string dataProducer,
+std::string TdpEventProducer::produceEvent(const std::string& dataProducer,
                                            const std::unique_ptr<TdpSignalHandler>& handler,
                                            const std::unique_ptr<TdpSignalStorage>& storage,
                                            TdpTimePoint now) const {
     logger.d("%s:TdpEventProducer::produceEvent", "produceEvent");
-    const std::string ucid = handler->getUcid();
+    const std::string& ucid = handler->getUcid();
     if (ucid.empty()) {
         logger.d("%s:No UCID available for producing an event.", "produceEvent");
         return std::string();
@@ -58,13 +66,6 @@ std::string TdpEventProducer::produceEvent(std::string dataProducer,
         FactHeartbeatMetric::GetInstance().addCount("TdpEventNoDataErrorCount");
         return std::string();
     }
-    const std::string delta = std::to_string(timeDeltaSeconds(signal, now));
-
-    rapidjson::Document document(nullptr, 1024);
-    document.SetObject();
-    auto& allocator = document.GetAllocator();
-    document.AddMember("data_producer", rapidjson::Value(dataProducer, allocator), allocator);
-
     std::string deviceType;
     std::string locale;
     try {
@@ -76,15 +77,23 @@ std::string TdpEventProducer::produceEvent(std::string dataProducer,
         logger.e("%s:%s", "produceEvent", e.what());
         return std::string();
     }
-
-    rapidjson::Value attributes(rapidjson::kArrayType);
-    addAttribute(attributes, "device_type", deviceType, allocator);
-    addAttribute(attributes, "locale", locale, allocator);
-    addAttribute(attributes, "homecard_uuid", ucid, allocator);
-    addAttribute(attributes, "sensor_output", signal.name, allocator);
-    addAttribute(attributes, "time_delta_seconds", delta, allocator);
-    document.AddMember("attributes", attributes, allocator);
-    return writeJson(document);
+    // Written straight out, member by member: the text is the same as
+    // building the document and writing it, without the document.
+    rapidjson::StringBuffer buffer(nullptr, 512);
+    EventWriter writer(buffer);
+    writer.StartObject();
+    writer.Key("data_producer");
+    writeString(writer, dataProducer);
+    writer.Key("attributes");
+    writer.StartArray();
+    addAttribute(writer, "device_type", deviceType);
+    addAttribute(writer, "locale", locale);
+    addAttribute(writer, "homecard_uuid", ucid);
+    addAttribute(writer, "sensor_output", signal.name);
+    addAttribute(writer, "time_delta_seconds", std::to_string(timeDeltaSeconds(signal, now)));
+    writer.EndArray();
+    writer.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize());
 }
 
 }  // namespace tdp

@@ -25,7 +25,7 @@ class TdpEventProducer {
     // The event as compact JSON text, or empty when nothing is to be sent: no
     // UCID yet, no output signal yet ("TdpEventNoDataErrorCount"), or device
     // facts unavailable ("TdpDeviceInfoErrorCount").
-    std::string produceEvent(std::string dataProducer,
+    std::string produceEvent(const std::string& dataProducer,
                              const std::unique_ptr<TdpSignalHandler>& handler,
                              const std::unique_ptr<TdpSignalStorage>& storage,
                              TdpTimePoint now) const;

@@ -1,6 +1,7 @@
 #include "fact/tdp/TdpSignalHandler.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "common/VemoLogger.h"
 #include "fact/FactHeartbeatMetric.h"
@@ -12,6 +13,7 @@ namespace {
 const vemo::VemoLogger logger{"TdpSignalHandler"};
 const char kEventErrorCount[] = "TdpUnifiedSensingEventErrorCount";
 const char kChangedSuffix[] = "_CHANGED";
+constexpr size_t kDocumentChunkBytes = 4096;
 
 std::string text(const rapidjson::Value& value) {
     return std::string(value.GetString(), value.GetStringLength());
@@ -72,7 +74,13 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
         FactHeartbeatMetric::GetInstance().addCount(kEventErrorCount);
         return signals;
     }
-    rapidjson::Document document = parseJson(json);
+    // An event's document fits in a few KiB on the stack; the allocator's
+    // default first chunk (64 KiB from the heap) costs more to take and give
+    // back than parsing the event.
+    alignas(std::max_align_t) char chunk[kDocumentChunkBytes];
+    rapidjson::MemoryPoolAllocator<> allocator(chunk, sizeof chunk);
+    rapidjson::Document document(&allocator);
+    document.Parse<rapidjson::kParseIterativeFlag>(json.data(), json.size());
     // An ECS event is an object of state keys; any other JSON is as useless
     // as text that does not parse.
     if (document.HasParseError() || !document.IsObject()) {
@@ -82,8 +90,10 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
         return signals;
     }
     keysRefused_ = 0;
+    std::string key;
     for (const auto& member : document.GetObject()) {
-        if (!processNestedEcsState(std::string(), member, signals, 0)) {
+        key.clear();
+        if (!processNestedEcsState(key, member, signals, 0)) {
             logger.e(
                 "%s:TdpSignalStorage::processEcsEvent() - ECS event json either had too many "
                 "layers (more than %d) or too many signals (%d).",
@@ -101,16 +111,20 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
     return signals;
 }
 
-bool TdpSignalHandler::processNestedEcsState(std::string prefix,
+bool TdpSignalHandler::processNestedEcsState(std::string& key,
                                              const rapidjson::Value::Member& member,
                                              std::vector<std::string>& signals, int depth) {
     if (depth > kMaxDepth || signals.size() > static_cast<size_t>(kMaxSignals)) {
         return false;
     }
-    std::string key = prefix.empty() ? text(member.name) : prefix + "_" + text(member.name);
+    const size_t parentLength = key.size();
+    if (parentLength != 0) {
+        key += '_';
+    }
+    key.append(member.name.GetString(), member.name.GetStringLength());
     const rapidjson::Value& value = member.value;
     if (value.IsString() || value.IsArray()) {
-        submitNewState(std::move(key), member, signals);
+        submitNewState(key, value, signals);
     } else if (value.IsObject()) {
         // A too-deep or overflowing branch below the top level is skipped
         // without failing the event; only the top level decides that.
@@ -120,16 +134,17 @@ bool TdpSignalHandler::processNestedEcsState(std::string prefix,
     } else {
         logger.d("%s:Unknown Event value type, skipping.", "processNestedEcsState");
     }
+    key.resize(parentLength);
     return true;
 }
 
-void TdpSignalHandler::submitNewState(std::string key, const rapidjson::Value::Member& member,
+void TdpSignalHandler::submitNewState(const std::string& key, const rapidjson::Value& raw,
                                       std::vector<std::string>& signals) {
-    const rapidjson::Value& raw = member.value;
-    std::string value;
+    std::string& value = value_;
     if (raw.IsString()) {
-        value = text(raw);
-    } else if (raw.IsArray()) {
+        value.assign(raw.GetString(), raw.GetStringLength());
+    } else {
+        value.clear();
         bool first = true;
         for (const auto& item : raw.GetArray()) {
             if (!item.IsString()) {
@@ -141,21 +156,19 @@ void TdpSignalHandler::submitNewState(std::string key, const rapidjson::Value::M
             value.append(item.GetString(), item.GetStringLength());
             first = false;
         }
-    } else {
-        return;
-    }
-    auto it = keyStates_.find(key);
-    if (it != keyStates_.end() && it->second != value) {
-        addSignal(upperCase(key + "_" + value), signals);
-        addSignal(upperCase(key + kChangedSuffix), signals);
     }
     if (key == "ucids") {
         ucids_ = value;
     }
+    auto it = keyStates_.find(key);
     if (it != keyStates_.end()) {
-        it->second = std::move(value);
+        if (it->second != value) {
+            addSignal(upperCase(key + "_" + value), signals);
+            addSignal(upperCase(key + kChangedSuffix), signals);
+            it->second = value;
+        }
     } else if (keyStates_.size() < kMaxKeys) {
-        keyStates_.emplace(std::move(key), std::move(value));
+        keyStates_.emplace(key, value);
     } else {
         ++keysRefused_;
     }

@@ -51,13 +51,6 @@ class TdpSignalHandler {
     // The signals of one event, in document order; empty for a bad event.
     std::vector<std::string> processEcsEvent(const std::string& json);
 
-    // The recursive steps of processEcsEvent. processNestedEcsState gives false
-    // when the depth or signal limit was already passed on entry.
-    bool processNestedEcsState(std::string prefix, const rapidjson::Value::Member& member,
-                               std::vector<std::string>& signals, int depth);
-    void submitNewState(std::string key, const rapidjson::Value::Member& member,
-                        std::vector<std::string>& signals);
-
     // KEY_VALUE and KEY_CHANGED for every remembered key, to re-seed a freshly
     // configured storage with the device's present state.
     std::vector<std::string> getSignalStorageInitVector() const;
@@ -71,6 +64,14 @@ class TdpSignalHandler {
     const std::unordered_map<std::string, std::string>& getKeyStates() const { return keyStates_; }
 
   private:
+    // The recursive steps of processEcsEvent. `key` holds the flattened key of
+    // the member's parent and is restored before returning.
+    // processNestedEcsState gives false when the depth or signal limit was
+    // already passed on entry.
+    bool processNestedEcsState(std::string& key, const rapidjson::Value::Member& member,
+                               std::vector<std::string>& signals, int depth);
+    void submitNewState(const std::string& key, const rapidjson::Value& raw,
+                        std::vector<std::string>& signals);
     void addSignal(std::string signal, std::vector<std::string>& signals);
 
     bool eventReceived_ = false;
@@ -80,6 +81,9 @@ class TdpSignalHandler {
     std::unordered_map<std::string, std::string> keyStates_;
     // New keys of the current event that kMaxKeys kept out; logged once per event.
     std::size_t keysRefused_ = 0;
+    // The value being submitted, kept to reuse its buffer: most events repeat
+    // most values, and comparing needs no allocation.
+    std::string value_;
 };
 
 }  // namespace tdp

@@ -19,6 +19,10 @@ std::string deviceRoot();
 // Replaces the device root for the whole process.
 void setDeviceRoot(const std::string& root);
 
+// A number that changes whenever setDeviceRoot() is called: a cheap check
+// for callers that keep something derived from the root.
+unsigned long deviceRootVersion();
+
 // Maps an absolute device path to the host path under the root. A relative
 // path is returned unchanged.
 std::string devicePath(const std::string& absolutePath);
