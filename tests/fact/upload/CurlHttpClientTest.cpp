@@ -19,7 +19,6 @@ namespace {
 
 using fact::CurlHttpClient;
 using vemo::test::HttpsTestServer;
-using namespace std::chrono_literals;
 
 // The failure text a request to `url` ends with.
 std::string failureOf(CurlHttpClient& client, const std::string& url) {
@@ -78,19 +77,6 @@ TEST_F(CurlHttpClientTest, VerificationFailsClosed) {
               "curl request failed: Problem with the SSL CA cert (path? access rights?)");
     EXPECT_TRUE(foreign.requests().empty());
     EXPECT_TRUE(trusted.requests().empty());
-}
-
-TEST_F(CurlHttpClientTest, TotalTimeoutBoundsAStalledAnswer) {
-    CurlHttpClient::Limits limits;
-    limits.connectTimeout = 0ms;
-    limits.lowSpeedBytesPerSecond = 0;
-    limits.totalTimeout = 3s;
-    CurlHttpClient bounded(limits);
-    HttpsTestServer server(pki.serverCert(), pki.serverKey());
-    server.holdAnswers();
-    EXPECT_EQ(failureOf(bounded, server.baseUrl() + "/maskedFAVs"),
-              "curl request failed: Timeout was reached");
-    EXPECT_EQ(server.requests().size(), 1u);
 }
 
 }  // namespace
