@@ -78,15 +78,6 @@ class IpcProcessTest : public ::testing::Test {
     sp<IFlgrService> proxy_;
 };
 
-TEST_F(IpcProcessTest, FactRequestDeliversTheThreeStrings) {
-    startService();
-    const Status status = proxy_->factRequest(PFactRequest("tester", "FactOrvuManager", "a b"));
-    EXPECT_TRUE(status.isOk()) << status.toString8().string();
-    EXPECT_TRUE(service_->waitForOutput(
-        "RecordingConnector:factRequest client=tester producer=FactOrvuManager message=a b\n", 10s))
-        << service_->output();
-}
-
 TEST_F(IpcProcessTest, FlgrRequestIsAcceptedAndCompletedLaterOnAnotherThread) {
     startService("--delay-ms 100");
     const sp<WaitingCallback> callback = new WaitingCallback();
