@@ -4,6 +4,7 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 
 #include "HttpsTestServer.h"
@@ -130,6 +131,43 @@ TEST_F(UploadOverHttpsTest, StalledServiceEndsInAFailureAndFreesTheThread) {
                   "reached",
                   "upload:Error in uploading masked FAVs"}));
     EXPECT_EQ(failuresCounted(), 1);
+    // The HTTP client logs the failure once, where it is detected.
+    EXPECT_EQ(logs.count("Vemo:CurlHttpClient", "curl request failed"), 1u);
+    EXPECT_TRUE(logs.contains(ANDROID_LOG_ERROR, "Vemo:CurlHttpClient",
+                              "operator():curl request failed: Timeout was reached"));
+}
+
+// Nothing reaches a service that is not verified as the one asked for.
+TEST_F(UploadOverHttpsTest, VerificationFailsClosed) {
+    HttpsTestServer foreign(pki.foreignServerCert(), pki.foreignServerKey());
+    const char notOk[] = "SSL peer certificate or SSH remote key was not OK";
+    const struct {
+        std::string baseUrl;
+        std::string caFile;  // "": no property, only libcurl's default store
+        const char* failure;
+    } rows[] = {
+        {foreign.baseUrl(), pki.caFile(), notOk},  // a certificate the CA did not sign
+        {server.baseUrl(), "", notOk},
+        {server.baseUrl(), root.root() + "/missing.pem",
+         "Problem with the SSL CA cert (path? access rights?)"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.caFile);
+        std::map<std::string, std::string> props{{DataIngestionClient::kUrlProperty, row.baseUrl}};
+        if (!row.caFile.empty()) {
+            props[CurlHttpClient::kCaFileProperty] = row.caFile;
+        }
+        root.writeBuildProps(props);
+        logs.clear();
+        EXPECT_FALSE(client.upload(std::vector<int>{1}, kMetadata, "FactOrvuManager_c-9", "c"));
+        EXPECT_TRUE(logs.contains(
+            ANDROID_LOG_ERROR, kTag,
+            std::string("upload:Error in getting http response: curl request failed: ") +
+                row.failure))
+            << hostlog::describe(logs.entries());
+    }
+    EXPECT_TRUE(foreign.requests().empty());
+    EXPECT_TRUE(server.requests().empty());
 }
 
 TEST_F(UploadOverHttpsTest, WaitingSeesUploadsStillRunningAndOutlivesTheClient) {
