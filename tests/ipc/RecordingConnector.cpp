@@ -55,16 +55,7 @@ VemoStatus RecordingConnector::registerResetCb(std::function<void()> /*callback*
     return kVemoStatusOk;
 }
 
-std::vector<std::string> RecordingConnector::requests() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_;
-}
-
 void RecordingConnector::record(const std::string& line) {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        requests_.push_back(line);
-    }
     if (sink_) {
         sink_(line);
     }

@@ -1,7 +1,9 @@
 #pragma once
-// A ServiceConnector for tests: records every request as one text line, which
-// an optional sink also sees (the test service process writes them to
-// stderr), and answers with a fixed status. Accepted gradient-file requests
+// A ServiceConnector for tests: hands every request as one text line to an
+// optional sink (the test service process writes them to stderr), e.g.
+// "RecordingConnector:factRequest client=c producer=p message=m" or
+// "RecordingConnector:flgrRequest client=c file=f app=a metadata=m scale=0.5",
+// and answers with a fixed status. Accepted gradient-file requests
 // complete later on a thread of their own, the way the daemon's connector
 // completes them from the aggregation core's thread. Thread-safe.
 
@@ -33,19 +35,13 @@ class RecordingConnector : public ipc::ServiceConnector {
                            const std::string& message) override;
     VemoStatus registerResetCb(std::function<void()> callback) override;
 
-    // "RecordingConnector:factRequest client=c producer=p message=m" and
-    // "RecordingConnector:flgrRequest client=c file=f app=a metadata=m scale=0.5",
-    // in arrival order.
-    std::vector<std::string> requests() const;
-
   private:
     void record(const std::string& line);
 
     const VemoStatus status_;
     const LineSink sink_;
     const std::chrono::milliseconds completionDelay_;
-    mutable std::mutex mutex_;  // guards the members below
-    std::vector<std::string> requests_;
+    std::mutex mutex_;  // guards completions_
     std::vector<std::future<void>> completions_;
 };
 

@@ -48,7 +48,7 @@ std::string attribute(const std::string& event, const std::string& key) {
 
 // A configuration with `priorities` names p0, p1, ... of which the first
 // `sticky` are sticky signals without transitions.
-std::string generatedConfig(const char* version, int priorities, int sticky) {
+std::string generatedConfig(int priorities, int sticky) {
     std::string list;
     std::string signals;
     for (int i = 0; i < priorities; ++i) {
@@ -58,9 +58,8 @@ std::string generatedConfig(const char* version, int priorities, int sticky) {
             signals += (i ? "," : "") + name + R"(:{"start_transition":[],"end_transition":[]})";
         }
     }
-    return std::string(R"({"version":")") + version +
-           R"(","ecs_sensory_events":{"event_emit_criteria":[],"output_priority":[)" + list +
-           R"(],"sticky_signal_config":{)" + signals + R"(},"passthrough_config":{}}})";
+    return R"({"version":"1","ecs_sensory_events":{"event_emit_criteria":[],"output_priority":[)" +
+           list + R"(],"sticky_signal_config":{)" + signals + R"(},"passthrough_config":{}}})";
 }
 
 // One line of the manager's loadDataProducerConfig.
@@ -138,10 +137,9 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
         {kProducer, "", 0, false, disabling},
         {kProducer, R"({"version":"1",)", 1, true,
          error(R"(Could not parse json: {"version":"1",)")},
-        {kProducer, generatedConfig("2", 1, 0), 1, true, invalid("/version", "enum")},
-        {kProducer, generatedConfig("1", 61, 0), 1, true,
+        {kProducer, generatedConfig(61, 0), 1, true,
          invalid("/ecs_sensory_events/output_priority", "maxItems")},
-        {kProducer, generatedConfig("1", 11, 11), 1, true,
+        {kProducer, generatedConfig(11, 11), 1, true,
          invalid("/ecs_sensory_events/sticky_signal_config", "maxProperties")},
         {kProducer,
          R"({"version":"1","ecs_sensory_events":{"event_emit_criteria":[],"output_priority":[],)"
@@ -149,7 +147,7 @@ TEST_F(TdpManagerTest, ConfigurationFailuresGiveTheirResultLinesAndState) {
          1, true, invalid("/ecs_sensory_events", "required")},
         {kProducer, duplicate, 1, false, error("Could not set configuration: " + duplicate)},
         {kProducer, patternNamed, 1, false, error("Could not set configuration: " + patternNamed)},
-        {kProducer, generatedConfig("1", 5000, 0), 1, true,
+        {kProducer, generatedConfig(5000, 0), 1, true,
          error("Configuration has too many array items (longest 5000, total 5000; limits 4096, "
                "16384)")},
         {kProducer, deep, 1, true, error("Configuration nests deeper than 64 levels")},
