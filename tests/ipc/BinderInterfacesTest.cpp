@@ -136,58 +136,48 @@ TEST(BinderProxyTest, EveryProxyReadsTheReplyStatusOrTheTransportFailure) {
 // Records that are absent, end early or lack their callback; a wrong
 // factRequest token, a null callback and an unknown code are refused across
 // processes in IpcProcessTest.
-TEST(NativeServiceTest, StubRefusesBadParcelsBeforeTheConnector) {
+TEST(BinderStubTest, StubsRefuseBadParcelsAndDeliverOnlyWellFormedCalls) {
+    int reached = 0;
+    const sp<vemo::ipc::NativeService> service =
+        new vemo::ipc::NativeService(std::make_shared<vemo::test::RecordingConnector>(
+            vemo::kVemoStatusOk, [&reached](const std::string&) { ++reached; }));
+    const sp<CountingCallback> callback = new CountingCallback();
+    const uint32_t onResults = vemo::ipc::IFlgrCallback::ON_RESULTS;
     const struct {
+        android::BBinder* stub;
         uint32_t code;
         std::string words;
         android::status_t result;
         std::string reply;
     } cases[] = {
-        {IFlgrService::FLGR_REQUEST, kWrongToken + " " + kFlgrRequest + " " + kNullBinder,
+        {service.get(), IFlgrService::FLGR_REQUEST,
+         kWrongToken + " " + kFlgrRequest + " " + kNullBinder, android::BAD_TYPE, ""},
+        {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " " + kFlgrRequest,
          android::BAD_TYPE, ""},
-        {IFlgrService::FLGR_REQUEST, kServiceToken + " " + kFlgrRequest, android::BAD_TYPE, ""},
-        {IFlgrService::FLGR_REQUEST, kServiceToken + " 01000000 636c0000", android::BAD_VALUE, ""},
-        {IFlgrService::FACT_REQUEST, kServiceToken + " 01000000 63000000 70000000",
+        {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " 01000000 636c0000",
          android::BAD_VALUE, ""},
-        {IFlgrService::FACT_REQUEST, kServiceToken + " 00000000", android::OK, kNullPointer},
-        {IFlgrService::FLGR_REQUEST, kServiceToken + " 00000000 " + kNullBinder, android::OK,
-         kNullPointer}};
-    int reached = 0;
-    const auto connector = std::make_shared<vemo::test::RecordingConnector>(
-        vemo::kVemoStatusOk, [&reached](const std::string&) { ++reached; });
-    const sp<vemo::ipc::NativeService> service = new vemo::ipc::NativeService(connector);
+        {service.get(), IFlgrService::FACT_REQUEST, kServiceToken + " 01000000 63000000 70000000",
+         android::BAD_VALUE, ""},
+        {service.get(), IFlgrService::FACT_REQUEST, kServiceToken + " 00000000", android::OK,
+         kNullPointer},
+        {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " 00000000 " + kNullBinder,
+         android::OK, kNullPointer},
+        {callback.get(), onResults, kServiceToken + " 01000000", android::BAD_TYPE, ""},
+        {callback.get(), onResults, kCallbackToken + " 00000000", android::OK, kNullPointer},
+        {callback.get(), onResults, kCallbackToken + " 01000000", android::OK, kStatusOk},
+    };
     for (const auto& c : cases) {
         Parcel data;
         Parcel reply;
         setWireWords(&data, c.words);
-        EXPECT_EQ(service->transact(c.code, data, &reply), c.result) << c.words;
+        EXPECT_EQ(c.stub->transact(c.code, data, &reply), c.result) << c.words;
         EXPECT_EQ(wireWords(reply), c.reply) << c.words;
     }
     EXPECT_EQ(reached, 0);
+    EXPECT_EQ(callback->calls_, 1);  // the last case only
 
     EXPECT_EQ(IFlgrService::asInterface(service), service);  // the local object itself
     EXPECT_EQ(IFlgrService::asInterface(nullptr), nullptr);
-}
-
-TEST(BnFlgrCallbackTest, UnmarshalsOnResultsAndRefusesBadParcels) {
-    const struct {
-        std::string words;
-        android::status_t result;
-        std::string reply;
-        int calls;
-    } cases[] = {{kCallbackToken + " 01000000", android::OK, kStatusOk, 1},
-                 {kServiceToken + " 01000000", android::BAD_TYPE, "", 0},
-                 {kCallbackToken + " 00000000", android::OK, kNullPointer, 0}};
-    for (const auto& c : cases) {
-        const sp<CountingCallback> callback = new CountingCallback();
-        Parcel data;
-        Parcel reply;
-        setWireWords(&data, c.words);
-        EXPECT_EQ(callback->transact(vemo::ipc::IFlgrCallback::ON_RESULTS, data, &reply), c.result)
-            << c.words;
-        EXPECT_EQ(wireWords(reply), c.reply) << c.words;
-        EXPECT_EQ(callback->calls_, c.calls) << c.words;
-    }
 }
 
 }  // namespace
