@@ -36,10 +36,12 @@ std::string documentFor(const std::string& vector, const std::string& cohort) {
            "\",\"vectorEncoding\":\"base64\",\"elementDatatypeEndianness\":false}}";
 }
 
-// Generous for a loaded sanitizer build; the stall case brings its own.
+// Generous for a loaded sanitizer build; the stall case brings its own. No
+// speed bound, so that a stalled answer is ended by the total bound alone.
 std::shared_ptr<CurlHttpClient> curlClient(std::chrono::milliseconds total = 30s) {
     CurlHttpClient::Limits limits;
     limits.connectTimeout = 10s;
+    limits.lowSpeedBytesPerSecond = 0;
     limits.totalTimeout = total;
     return std::make_shared<CurlHttpClient>(limits);
 }
