@@ -49,8 +49,8 @@ TEST(TdpConcurrencyTest, EventsAndConfigurationsFromManyThreads) {
         FactHeartbeatMetric::GetInstance().getCount("TdpSendEventErrorCount");
 
     constexpr int kEventThreads = 3;
-    constexpr int kEventsPerThread = 300;
-    constexpr int kCampaignLoads = 40;
+    constexpr int kEventsPerThread = 900;
+    constexpr int kCampaignLoads = 120;
     std::atomic<int> finished{0};
     std::atomic<int> campaignFailures{0};
     std::vector<std::thread> threads;
