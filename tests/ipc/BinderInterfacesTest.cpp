@@ -1,7 +1,7 @@
 // The two interfaces in one process: proxies over a capturing binder show the
 // exact bytes they send; the stubs are driven through BBinder::transact with
-// hand-made parcels. The records' own bytes are in ParcelablesTest, the
-// statuses a service answers with in IpcProcessTest.
+// hand-made parcels. The statuses a service answers with are in
+// IpcProcessTest.
 #include <binder/Binder.h>
 #include <binder/Parcel.h>
 #include <binder/Status.h>
@@ -86,8 +86,16 @@ TEST(BinderProxyTest, ProxiesSendCodeTokenRecordAndCallbackTwoWay) {
     EXPECT_TRUE(service->factRequest(PFactRequest("c", "p", "m")).isOk());
     EXPECT_EQ(remote->sent_, "2/0: " + kServiceToken + " " + kFactRequest);
 
-    EXPECT_TRUE(service->flgrRequest(PFlgrRequest("cl", nullptr), nullptr).isOk());
-    EXPECT_EQ(remote->sent_, "1/0: " + kServiceToken + " " + kFlgrRequest + " " + kNullBinder);
+    // The parameters as their compact JSON:
+    // {"flgrFilePath":"f","applicationId":"a","metadata":"m","scaleValue":0.5}
+    const auto params = std::make_shared<vemo::ipc::FlgrFileRequest>("f", "a", "m", 0.5f);
+    EXPECT_TRUE(service->flgrRequest(PFlgrRequest("cl", params), nullptr).isOk());
+    EXPECT_EQ(remote->sent_,
+              "1/0: " + kServiceToken +
+                  " 01000000 636c0000 7b22666c 67724669 6c655061 7468223a 2266222c 22617070 "
+                  "6c696361 74696f6e 4964223a 2261222c 226d6574 61646174 61223a22 6d222c22 "
+                  "7363616c 6556616c 7565223a 302e357d 00000000 " +
+                  kNullBinder);
     const sp<CountingCallback> callback = new CountingCallback();
     EXPECT_TRUE(service->flgrRequest(PFlgrRequest("cl", nullptr), callback).isOk());
     // A local object: type BINDER, nice 19 with ACCEPTS_FDS, its weak
