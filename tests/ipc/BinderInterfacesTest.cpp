@@ -141,9 +141,8 @@ TEST(BinderProxyTest, EveryProxyReadsTheReplyStatusOrTheTransportFailure) {
     }
 }
 
-// Records that are absent, end early or lack their callback; a wrong
-// factRequest token, a null callback and an unknown code are refused across
-// processes in IpcProcessTest.
+// Wrong tokens, records that are absent, end early or lack their callback,
+// an unknown code; the interface query is left to the default handling.
 TEST(BinderStubTest, StubsRefuseBadParcelsAndDeliverOnlyWellFormedCalls) {
     int reached = 0;
     const sp<vemo::ipc::NativeService> service =
@@ -160,6 +159,8 @@ TEST(BinderStubTest, StubsRefuseBadParcelsAndDeliverOnlyWellFormedCalls) {
     } cases[] = {
         {service.get(), IFlgrService::FLGR_REQUEST,
          kWrongToken + " " + kFlgrRequest + " " + kNullBinder, android::BAD_TYPE, ""},
+        {service.get(), IFlgrService::FACT_REQUEST, kCallbackToken + " " + kFactRequest,
+         android::BAD_TYPE, ""},
         {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " " + kFlgrRequest,
          android::BAD_TYPE, ""},
         {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " 01000000 636c0000",
@@ -170,6 +171,9 @@ TEST(BinderStubTest, StubsRefuseBadParcelsAndDeliverOnlyWellFormedCalls) {
          kNullPointer},
         {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " 00000000 " + kNullBinder,
          android::OK, kNullPointer},
+        {service.get(), 3, kServiceToken + " " + kFactRequest, android::UNKNOWN_TRANSACTION, ""},
+        {service.get(), android::IBinder::INTERFACE_TRANSACTION, "", android::OK,
+         kServiceToken.substr(9)},  // the descriptor without the strict-mode word
         {callback.get(), onResults, kServiceToken + " 01000000", android::BAD_TYPE, ""},
         {callback.get(), onResults, kCallbackToken + " 00000000", android::OK, kNullPointer},
         {callback.get(), onResults, kCallbackToken + " 01000000", android::OK, kStatusOk},
