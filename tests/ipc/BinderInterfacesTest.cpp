@@ -11,7 +11,6 @@
 #include <atomic>
 
 #include "ParcelBytes.h"
-#include "RecordingConnector.h"
 #include "ipc/BnFlgrCallback.h"
 #include "ipc/BpFlgrCallback.h"
 #include "ipc/BpFlgrService.h"
@@ -144,10 +143,8 @@ TEST(BinderProxyTest, EveryProxyReadsTheReplyStatusOrTheTransportFailure) {
 // Wrong tokens, records that are absent, end early or lack their callback,
 // an unknown code; the interface query is left to the default handling.
 TEST(BinderStubTest, StubsRefuseBadParcelsAndDeliverOnlyWellFormedCalls) {
-    int reached = 0;
-    const sp<vemo::ipc::NativeService> service =
-        new vemo::ipc::NativeService(std::make_shared<vemo::test::RecordingConnector>(
-            vemo::kVemoStatusOk, [&reached](const std::string&) { ++reached; }));
+    // No connector: a request that got through would be answered ServerNotReady.
+    const sp<vemo::ipc::NativeService> service = new vemo::ipc::NativeService(nullptr);
     const sp<CountingCallback> callback = new CountingCallback();
     const uint32_t onResults = vemo::ipc::IFlgrCallback::ON_RESULTS;
     const struct {
@@ -185,7 +182,6 @@ TEST(BinderStubTest, StubsRefuseBadParcelsAndDeliverOnlyWellFormedCalls) {
         EXPECT_EQ(c.stub->transact(c.code, data, &reply), c.result) << c.words;
         EXPECT_EQ(wireWords(reply), c.reply) << c.words;
     }
-    EXPECT_EQ(reached, 0);
     EXPECT_EQ(callback->calls_, 1);  // the last case only
 
     EXPECT_EQ(IFlgrService::asInterface(service), service);  // the local object itself
