@@ -9,7 +9,6 @@
 
 #include "TdpTestSupport.h"
 #include "TempDeviceRoot.h"
-#include "fact/FactHeartbeatMetric.h"
 #include "fact/tdp/TdpManager.h"
 #include "hostlog/LogCapture.h"
 
@@ -17,11 +16,8 @@ namespace fact {
 namespace tdp {
 namespace {
 
+using test::heartbeat;
 using test::VectorRecorder;
-
-int32_t heartbeat(const char* name) {
-    return FactHeartbeatMetric::GetInstance().getCount(name);
-}
 
 TEST(TdpEndToEndTest, EcsTraceBecomesVectorsThroughTheAnalyticsLibrary) {
     vemo::test::TempDeviceRoot root;

@@ -6,7 +6,6 @@
 
 #include "TdpTestSupport.h"
 #include "TempDeviceRoot.h"
-#include "fact/FactHeartbeatMetric.h"
 #include "fact/tdp/TdpEventProducer.h"
 #include "fact/tdp/TdpJson.h"
 #include "fact/tdp/TdpManager.h"
@@ -20,6 +19,8 @@ using std::chrono::milliseconds;
 using ::testing::IsEmpty;
 using Lines = std::vector<std::pair<int, std::string>>;
 
+using test::heartbeat;
+
 const char kTag[] = "Vemo:TdpManager";
 const char kProducer[] = "TelemetryDataProducer";
 
@@ -31,10 +32,6 @@ class FakeClock : public TdpClock {
   private:
     std::atomic<int64_t> nanos_{int64_t{1000} * 1000000000};
 };
-
-int32_t heartbeat(const char* name) {
-    return FactHeartbeatMetric::GetInstance().getCount(name);
-}
 
 std::string attribute(const std::string& event, const std::string& key) {
     rapidjson::Document doc = parseJson(event);

@@ -1,12 +1,14 @@
 #pragma once
 // Support for the telemetry producer's tests: its data files
-// (tests/data/tdp) and a recorder for the analytics library's vector callback.
+// (tests/data/tdp), its heartbeat counts and a recorder for the analytics
+// library's vector callback.
 
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "TempDeviceRoot.h"
+#include "fact/FactHeartbeatMetric.h"
 
 namespace fact {
 namespace tdp {
@@ -14,6 +16,10 @@ namespace test {
 
 inline std::string readTestFile(const std::string& name) {
     return vemo::test::readHostFile(std::string(TDP_TEST_DATA_DIR) + "/" + name);
+}
+
+inline int32_t heartbeat(const char* name) {
+    return FactHeartbeatMetric::GetInstance().getCount(name);
 }
 
 // What the analytics library hands to its vector callback.
