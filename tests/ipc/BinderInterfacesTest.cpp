@@ -1,7 +1,7 @@
 // The two interfaces in one process: proxies over a capturing binder show the
 // exact bytes they send; the stubs are driven through BBinder::transact with
-// hand-made parcels. The records' own bytes are in ParcelablesTest, the
-// statuses a service answers with in IpcProcessTest.
+// hand-made parcels. The statuses a service answers with are in
+// IpcProcessTest.
 #include <binder/Binder.h>
 #include <binder/Parcel.h>
 #include <binder/Status.h>
@@ -9,9 +9,10 @@
 #include <utils/Errors.h>
 
 #include <atomic>
+#include <cstdio>
+#include <stdexcept>
+#include <vector>
 
-#include "ParcelBytes.h"
-#include "RecordingConnector.h"
 #include "ipc/BnFlgrCallback.h"
 #include "ipc/BpFlgrCallback.h"
 #include "ipc/BpFlgrService.h"
@@ -28,8 +29,41 @@ using vemo::ipc::IFlgrService;
 using vemo::ipc::PFactRequest;
 using vemo::ipc::PFlgrRequest;
 using vemo::ipc::PFlgrResponse;
-using vemo::test::setWireWords;
-using vemo::test::wireWords;
+
+// Byte-exact parcels are written as space-separated 4-byte words in wire
+// order, eight hex digits each: "01000000 63000000".
+std::string wireWords(const android::Parcel& parcel) {
+    std::string text;
+    char hex[3];
+    for (size_t k = 0; k < parcel.dataSize(); ++k) {
+        if (k > 0 && k % 4 == 0) {
+            text += ' ';
+        }
+        std::snprintf(hex, sizeof hex, "%02x", parcel.data()[k]);
+        text += hex;
+    }
+    return text;
+}
+
+// Makes the parcel hold exactly the bytes of `words` (spaces are ignored),
+// read position 0.
+void setWireWords(android::Parcel* parcel, const std::string& words) {
+    std::string digits;
+    for (const char c : words) {
+        if (c != ' ') {
+            digits += c;
+        }
+    }
+    if (digits.size() % 2 != 0) {
+        throw std::invalid_argument("odd number of hex digits");
+    }
+    std::vector<uint8_t> bytes;
+    for (size_t k = 0; k < digits.size(); k += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(k, 2), nullptr, 16)));
+    }
+    parcel->setData(bytes.data(), bytes.size());
+    parcel->setDataPosition(0);
+}
 
 const std::string kServiceToken =
     "00004000 15000000 76006500 6d006f00 2e006900 70006300 2e004900 46006c00 67007200 53006500 "
@@ -86,8 +120,16 @@ TEST(BinderProxyTest, ProxiesSendCodeTokenRecordAndCallbackTwoWay) {
     EXPECT_TRUE(service->factRequest(PFactRequest("c", "p", "m")).isOk());
     EXPECT_EQ(remote->sent_, "2/0: " + kServiceToken + " " + kFactRequest);
 
-    EXPECT_TRUE(service->flgrRequest(PFlgrRequest("cl", nullptr), nullptr).isOk());
-    EXPECT_EQ(remote->sent_, "1/0: " + kServiceToken + " " + kFlgrRequest + " " + kNullBinder);
+    // The parameters as their compact JSON:
+    // {"flgrFilePath":"f","applicationId":"a","metadata":"m","scaleValue":0.5}
+    const auto params = std::make_shared<vemo::ipc::FlgrFileRequest>("f", "a", "m", 0.5f);
+    EXPECT_TRUE(service->flgrRequest(PFlgrRequest("cl", params), nullptr).isOk());
+    EXPECT_EQ(remote->sent_,
+              "1/0: " + kServiceToken +
+                  " 01000000 636c0000 7b22666c 67724669 6c655061 7468223a 2266222c 22617070 "
+                  "6c696361 74696f6e 4964223a 2261222c 226d6574 61646174 61223a22 6d222c22 "
+                  "7363616c 6556616c 7565223a 302e357d 00000000 " +
+                  kNullBinder);
     const sp<CountingCallback> callback = new CountingCallback();
     EXPECT_TRUE(service->flgrRequest(PFlgrRequest("cl", nullptr), callback).isOk());
     // A local object: type BINDER, nice 19 with ACCEPTS_FDS, its weak
@@ -133,59 +175,52 @@ TEST(BinderProxyTest, EveryProxyReadsTheReplyStatusOrTheTransportFailure) {
     }
 }
 
-// Records that are absent, end early or lack their callback; a wrong
-// factRequest token, a null callback and an unknown code are refused across
-// processes in IpcProcessTest.
-TEST(NativeServiceTest, StubRefusesBadParcelsBeforeTheConnector) {
+// Wrong tokens, records that are absent, end early or lack their callback,
+// an unknown code; the interface query is left to the default handling.
+TEST(BinderStubTest, StubsRefuseBadParcelsAndDeliverOnlyWellFormedCalls) {
+    // No connector: a request that got through would be answered ServerNotReady.
+    const sp<vemo::ipc::NativeService> service = new vemo::ipc::NativeService(nullptr);
+    const sp<CountingCallback> callback = new CountingCallback();
+    const uint32_t onResults = vemo::ipc::IFlgrCallback::ON_RESULTS;
     const struct {
+        android::BBinder* stub;
         uint32_t code;
         std::string words;
         android::status_t result;
         std::string reply;
     } cases[] = {
-        {IFlgrService::FLGR_REQUEST, kWrongToken + " " + kFlgrRequest + " " + kNullBinder,
+        {service.get(), IFlgrService::FLGR_REQUEST,
+         kWrongToken + " " + kFlgrRequest + " " + kNullBinder, android::BAD_TYPE, ""},
+        {service.get(), IFlgrService::FACT_REQUEST, kCallbackToken + " " + kFactRequest,
          android::BAD_TYPE, ""},
-        {IFlgrService::FLGR_REQUEST, kServiceToken + " " + kFlgrRequest, android::BAD_TYPE, ""},
-        {IFlgrService::FLGR_REQUEST, kServiceToken + " 01000000 636c0000", android::BAD_VALUE, ""},
-        {IFlgrService::FACT_REQUEST, kServiceToken + " 01000000 63000000 70000000",
+        {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " " + kFlgrRequest,
+         android::BAD_TYPE, ""},
+        {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " 01000000 636c0000",
          android::BAD_VALUE, ""},
-        {IFlgrService::FACT_REQUEST, kServiceToken + " 00000000", android::OK, kNullPointer},
-        {IFlgrService::FLGR_REQUEST, kServiceToken + " 00000000 " + kNullBinder, android::OK,
-         kNullPointer}};
-    const auto connector = std::make_shared<vemo::test::RecordingConnector>();
-    const sp<vemo::ipc::NativeService> service = new vemo::ipc::NativeService(connector);
+        {service.get(), IFlgrService::FACT_REQUEST, kServiceToken + " 01000000 63000000 70000000",
+         android::BAD_VALUE, ""},
+        {service.get(), IFlgrService::FACT_REQUEST, kServiceToken + " 00000000", android::OK,
+         kNullPointer},
+        {service.get(), IFlgrService::FLGR_REQUEST, kServiceToken + " 00000000 " + kNullBinder,
+         android::OK, kNullPointer},
+        {service.get(), 3, kServiceToken + " " + kFactRequest, android::UNKNOWN_TRANSACTION, ""},
+        {service.get(), android::IBinder::INTERFACE_TRANSACTION, "", android::OK,
+         kServiceToken.substr(9)},  // the descriptor without the strict-mode word
+        {callback.get(), onResults, kServiceToken + " 01000000", android::BAD_TYPE, ""},
+        {callback.get(), onResults, kCallbackToken + " 00000000", android::OK, kNullPointer},
+        {callback.get(), onResults, kCallbackToken + " 01000000", android::OK, kStatusOk},
+    };
     for (const auto& c : cases) {
         Parcel data;
         Parcel reply;
         setWireWords(&data, c.words);
-        EXPECT_EQ(service->transact(c.code, data, &reply), c.result) << c.words;
+        EXPECT_EQ(c.stub->transact(c.code, data, &reply), c.result) << c.words;
         EXPECT_EQ(wireWords(reply), c.reply) << c.words;
     }
-    EXPECT_TRUE(connector->requests().empty());
+    EXPECT_EQ(callback->calls_, 1);  // the last case only
 
     EXPECT_EQ(IFlgrService::asInterface(service), service);  // the local object itself
     EXPECT_EQ(IFlgrService::asInterface(nullptr), nullptr);
-}
-
-TEST(BnFlgrCallbackTest, UnmarshalsOnResultsAndRefusesBadParcels) {
-    const struct {
-        std::string words;
-        android::status_t result;
-        std::string reply;
-        int calls;
-    } cases[] = {{kCallbackToken + " 01000000", android::OK, kStatusOk, 1},
-                 {kServiceToken + " 01000000", android::BAD_TYPE, "", 0},
-                 {kCallbackToken + " 00000000", android::OK, kNullPointer, 0}};
-    for (const auto& c : cases) {
-        const sp<CountingCallback> callback = new CountingCallback();
-        Parcel data;
-        Parcel reply;
-        setWireWords(&data, c.words);
-        EXPECT_EQ(callback->transact(vemo::ipc::IFlgrCallback::ON_RESULTS, data, &reply), c.result)
-            << c.words;
-        EXPECT_EQ(wireWords(reply), c.reply) << c.words;
-        EXPECT_EQ(callback->calls_, c.calls) << c.words;
-    }
 }
 
 }  // namespace

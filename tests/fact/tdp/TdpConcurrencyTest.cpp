@@ -12,7 +12,6 @@
 
 #include "TdpTestSupport.h"
 #include "TempDeviceRoot.h"
-#include "fact/FactHeartbeatMetric.h"
 #include "fact/tdp/TdpManager.h"
 #include "hostlog/LogCapture.h"
 
@@ -45,12 +44,11 @@ TEST(TdpConcurrencyTest, EventsAndConfigurationsFromManyThreads) {
     ASSERT_TRUE(manager.isEnabled());
     const TdpManager::EcsCallback ecs = manager.getEcsCallback();
     ecs(R"({"ucids":"u","volume":"0","alarm":{"state":"idle"}})");
-    const int32_t sendErrors =
-        FactHeartbeatMetric::GetInstance().getCount("TdpSendEventErrorCount");
+    const int32_t sendErrors = test::heartbeat("TdpSendEventErrorCount");
 
     constexpr int kEventThreads = 3;
-    constexpr int kEventsPerThread = 300;
-    constexpr int kCampaignLoads = 40;
+    constexpr int kEventsPerThread = 900;
+    constexpr int kCampaignLoads = 120;
     std::atomic<int> finished{0};
     std::atomic<int> campaignFailures{0};
     std::vector<std::thread> threads;
@@ -100,7 +98,7 @@ TEST(TdpConcurrencyTest, EventsAndConfigurationsFromManyThreads) {
 
     EXPECT_EQ(campaignFailures, 0);
     EXPECT_TRUE(manager.isEnabled());  // the last load was the configuring campaign
-    EXPECT_EQ(FactHeartbeatMetric::GetInstance().getCount("TdpSendEventErrorCount"), sendErrors);
+    EXPECT_EQ(test::heartbeat("TdpSendEventErrorCount"), sendErrors);
     const size_t sent = logs.count("Vemo:TdpManager", "sendEvent:TdpManager::sendEvent() - {");
     EXPECT_GT(sent, 0u);
     EXPECT_EQ(VectorRecorder::received().size(), sent);

@@ -3,12 +3,12 @@
 // fed through its callback until vectors come out of the library.
 #include <android/log.h>
 #include <fact/fact_api.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <sstream>
 
 #include "TdpTestSupport.h"
 #include "TempDeviceRoot.h"
-#include "fact/FactHeartbeatMetric.h"
 #include "fact/tdp/TdpManager.h"
 #include "hostlog/LogCapture.h"
 
@@ -16,11 +16,8 @@ namespace fact {
 namespace tdp {
 namespace {
 
+using test::heartbeat;
 using test::VectorRecorder;
-
-int32_t heartbeat(const char* name) {
-    return FactHeartbeatMetric::GetInstance().getCount(name);
-}
 
 TEST(TdpEndToEndTest, EcsTraceBecomesVectorsThroughTheAnalyticsLibrary) {
     vemo::test::TempDeviceRoot root;
@@ -53,15 +50,24 @@ TEST(TdpEndToEndTest, EcsTraceBecomesVectorsThroughTheAnalyticsLibrary) {
     }
     EXPECT_EQ(heartbeat("TdpUnifiedSensingEventErrorCount"), badEvents + 1);
 
-    // sensor_output, time_delta, device_type, locale
+    // One-hot positions as campaign.json lays the vector out: sensor output
+    // 0-6 (2 alarm, 4 bluetooth, 5 media, 6 volume_change), time delta 7-11
+    // (11 now), device type 12-15 (14 A1RABVCI), locale 16-19 (18 en-GB, 19 de-DE).
+    const auto oneHot = [](std::initializer_list<size_t> hot) {
+        std::vector<int> values(20, 0);
+        for (const size_t at : hot) {
+            values[at] = 1;
+        }
+        return values;
+    };
     const std::string first = "TelemetryDataProducer_A1RABVCI_hc-1,hc-2_tdp-e2e";
-    const std::vector<std::pair<std::string, std::vector<std::string>>> expected = {
-        {first, {"volume_change", "now", "A1RABVCI", "en-GB"}},
-        {first, {"alarm", "now", "A1RABVCI", "en-GB"}},
-        {first, {"alarm", "now", "A1RABVCI", "en-GB"}},
-        {first, {"alarm", "now", "A1RABVCI", "en-GB"}},
-        {first, {"media", "now", "A1RABVCI", "en-GB"}},
-        {"TelemetryDataProducer_A1RABVCI_hc-3_tdp-e2e", {"bluetooth", "now", "A1RABVCI", "de-DE"}},
+    const std::vector<std::pair<std::string, std::vector<int>>> expected = {
+        {first, oneHot({6, 11, 14, 18})},
+        {first, oneHot({2, 11, 14, 18})},
+        {first, oneHot({2, 11, 14, 18})},
+        {first, oneHot({2, 11, 14, 18})},
+        {first, oneHot({5, 11, 14, 18})},
+        {"TelemetryDataProducer_A1RABVCI_hc-3_tdp-e2e", oneHot({4, 11, 14, 19})},
     };
     const auto received = VectorRecorder::received();
     ASSERT_EQ(received.size(), expected.size()) << hostlog::describe(logs.entries());
@@ -70,8 +76,7 @@ TEST(TdpEndToEndTest, EcsTraceBecomesVectorsThroughTheAnalyticsLibrary) {
         EXPECT_EQ(received[i].applicationId, expected[i].first);
         EXPECT_EQ(received[i].metadata,
                   R"({"differential_privacy":"{\"cohort_size\": 0}","campaign_id":"tdp-e2e"})");
-        EXPECT_THAT(test::decodeVector(received[i].values),
-                    ::testing::ElementsAreArray(expected[i].second));
+        EXPECT_EQ(received[i].values, expected[i].second);
     }
     EXPECT_TRUE(logs.contains(ANDROID_LOG_DEBUG, "Vemo:TdpManager",
                               "sendEvent:TdpManager::sendEvent() - "

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "TdpTestSupport.h"
-#include "fact/FactHeartbeatMetric.h"
 #include "fact/tdp/TdpSignalHandler.h"
 #include "hostlog/LogCapture.h"
 
@@ -32,9 +31,7 @@ class TdpSignalHandlerTest : public ::testing::Test {
     void SetUp() override {
         ASSERT_TRUE(handler.loadDataProducerConfig(test::readTestFile("config_basic.json")));
     }
-    int32_t errorCount() {
-        return FactHeartbeatMetric::GetInstance().getCount("TdpUnifiedSensingEventErrorCount");
-    }
+    int32_t errorCount() { return test::heartbeat("TdpUnifiedSensingEventErrorCount"); }
 
     hostlog::LogCapture logs;
     TdpSignalHandler handler;

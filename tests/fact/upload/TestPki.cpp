@@ -20,31 +20,26 @@ void run(const std::string& directory, const std::string& command) {
     }
 }
 
-void writeText(const std::string& path, const std::string& text) {
-    std::ofstream out(path);
-    out << text;
-    if (!out.flush()) {
-        throw std::runtime_error("cannot write " + path);
+// A new P-256 key <name>.key and certificate <name>.pem for CN=`subject` with
+// the given -addext options, signed by the CA <ca>.pem/<ca>.key or, when `ca`
+// is empty, by itself.
+void makeCertificate(const std::string& directory, const std::string& name,
+                     const std::string& subject, const std::string& ca,
+                     const std::string& extensions) {
+    std::string command =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout " +
+        name + ".key -out " + name + ".pem -subj /CN=" + subject + " -days 2 " + extensions;
+    if (!ca.empty()) {
+        command += " -CA " + ca + ".pem -CAkey " + ca + ".key";
     }
+    run(directory, command);
 }
 
-// A CA named `name` with key <name>.key and certificate <name>.pem.
-void makeCa(const std::string& directory, const std::string& name) {
-    run(directory, "openssl ecparam -name prime256v1 -genkey -noout -out " + name + ".key");
-    run(directory, "openssl req -x509 -new -key " + name + ".key -subj '/CN=" + name +
-                       "' -days 2 -out " + name +
-                       ".pem -addext basicConstraints=critical,CA:TRUE"
-                       " -addext keyUsage=critical,keyCertSign,cRLSign");
-}
-
-// A server key and certificate <name>.key / <name>.pem signed by `ca`.
-void makeServer(const std::string& directory, const std::string& name, const std::string& ca) {
-    run(directory, "openssl ecparam -name prime256v1 -genkey -noout -out " + name + ".key");
-    run(directory,
-        "openssl req -new -key " + name + ".key -subj /CN=localhost -out " + name + ".csr");
-    run(directory, "openssl x509 -req -in " + name + ".csr -CA " + ca + ".pem -CAkey " + ca +
-                       ".key -CAcreateserial -days 2 -extfile server.ext -out " + name + ".pem");
-}
+const char kCaExtensions[] =
+    "-addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign,cRLSign";
+const char kServerExtensions[] =
+    "-addext basicConstraints=CA:FALSE -addext keyUsage=critical,digitalSignature"
+    " -addext extendedKeyUsage=serverAuth -addext subjectAltName=DNS:localhost,IP:127.0.0.1";
 
 }  // namespace
 
@@ -57,15 +52,11 @@ TestPki::TestPki(const std::string& directory)
     if (std::system(("mkdir -p '" + directory + "'").c_str()) != 0) {
         throw std::runtime_error("cannot create " + directory);
     }
-    writeText(directory + "/server.ext",
-              "basicConstraints=CA:FALSE\n"
-              "keyUsage=critical,digitalSignature\n"
-              "extendedKeyUsage=serverAuth\n"
-              "subjectAltName=DNS:localhost,IP:127.0.0.1\n");
-    makeCa(directory, "ca");
-    makeServer(directory, "server", "ca");
-    makeCa(directory, "foreign-ca");
-    makeServer(directory, "foreign-server", "foreign-ca");
+    for (const std::string prefix : {"", "foreign-"}) {
+        makeCertificate(directory, prefix + "ca", prefix + "ca", "", kCaExtensions);
+        makeCertificate(directory, prefix + "server", "localhost", prefix + "ca",
+                        kServerExtensions);
+    }
 }
 
 }  // namespace test
