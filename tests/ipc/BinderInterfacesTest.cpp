@@ -9,10 +9,8 @@
 #include <utils/Errors.h>
 
 #include <atomic>
-#include <cstdio>
-#include <stdexcept>
-#include <vector>
 
+#include "ParcelBytes.h"
 #include "ipc/BnFlgrCallback.h"
 #include "ipc/BpFlgrCallback.h"
 #include "ipc/BpFlgrService.h"
@@ -29,41 +27,8 @@ using vemo::ipc::IFlgrService;
 using vemo::ipc::PFactRequest;
 using vemo::ipc::PFlgrRequest;
 using vemo::ipc::PFlgrResponse;
-
-// Byte-exact parcels are written as space-separated 4-byte words in wire
-// order, eight hex digits each: "01000000 63000000".
-std::string wireWords(const android::Parcel& parcel) {
-    std::string text;
-    char hex[3];
-    for (size_t k = 0; k < parcel.dataSize(); ++k) {
-        if (k > 0 && k % 4 == 0) {
-            text += ' ';
-        }
-        std::snprintf(hex, sizeof hex, "%02x", parcel.data()[k]);
-        text += hex;
-    }
-    return text;
-}
-
-// Makes the parcel hold exactly the bytes of `words` (spaces are ignored),
-// read position 0.
-void setWireWords(android::Parcel* parcel, const std::string& words) {
-    std::string digits;
-    for (const char c : words) {
-        if (c != ' ') {
-            digits += c;
-        }
-    }
-    if (digits.size() % 2 != 0) {
-        throw std::invalid_argument("odd number of hex digits");
-    }
-    std::vector<uint8_t> bytes;
-    for (size_t k = 0; k < digits.size(); k += 2) {
-        bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(k, 2), nullptr, 16)));
-    }
-    parcel->setData(bytes.data(), bytes.size());
-    parcel->setDataPosition(0);
-}
+using vemo::test::setWireWords;
+using vemo::test::wireWords;
 
 const std::string kServiceToken =
     "00004000 15000000 76006500 6d006f00 2e006900 70006300 2e004900 46006c00 67007200 53006500 "
