@@ -9,6 +9,7 @@
 #include <utils/Errors.h>
 
 #include <atomic>
+#include <string>
 
 #include "ParcelBytes.h"
 #include "ipc/BnFlgrCallback.h"
