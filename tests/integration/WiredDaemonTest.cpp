@@ -272,13 +272,11 @@ TEST_F(WiredDaemonTest, AServiceThatCannotBePublishedEndsTheProcessWithCode1) {
     root.writeFile("/dev", "not a directory");
     ChildProcess failing(VEMO_DAEMON_PATH, {}, env());
     EXPECT_EQ(failing.waitForExit(30s), 1) << failing.output();
-    EXPECT_NE(
-        failing.output().find(
-            "E Vemo:VemoDaemon: setup:Could not start service connector/host IPC. Status = 6"),
-        std::string::npos)
-        << failing.output();
-    EXPECT_NE(failing.output().find("E Vemo:VemodMain: main:Fail to setup the vemod, error: 6"),
-              std::string::npos);
+    for (const char* line :
+         {"E Vemo:VemoDaemon: setup:Could not start service connector/host IPC. Status = 6",
+          "E Vemo:VemodMain: main:Fail to setup the vemod, error: 6"}) {
+        EXPECT_NE(failing.output().find(line), std::string::npos) << failing.output();
+    }
 }
 
 }  // namespace
