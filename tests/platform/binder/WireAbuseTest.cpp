@@ -236,9 +236,10 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
     // Past the end, overlapping, misaligned, far out.
     const std::vector<std::vector<uint32_t>> badOffsets = {{12}, {0, 4}, {2}, {100}};
     for (const auto& offsets : badOffsets) {
-        Frame f = transaction(ECHO, std::vector<uint8_t>(32, 0));
+        // Well-formed objects and references: only the offsets are wrong.
+        Frame f = withObjects(ECHO, std::vector<ObjectRef>(offsets.size(), ObjectRef{1, 0, path}));
+        f.data.resize(std::max<size_t>(f.data.size(), 32));  // an object at 2 would fit
         f.offsets = offsets;
-        f.refs.assign(offsets.size(), ObjectRef{1, 0, path});
         EXPECT_TRUE(droppedByPeer(sending(f))) << offsets[0];
     }
     EXPECT_TRUE(answersPromptly());
