@@ -255,19 +255,16 @@ TEST_F(FactApiTest, SplitInvertsTheApplicationIdsTheCampaignComposed) {
     gSplit.clear();
     ASSERT_EQ(0u, fact_SplitApplicationId("C_1", "tdp_a\\_b_c\\__C_1", recordSplit));
     EXPECT_EQ((Pairs{{"x", "a_b"}, {"y", "c_"}}), gSplit);
-    struct Row {
-        std::string appId, error;
+    const Pairs refused = {
+        {"other_a_c_C_1", "does not belong to campaign: C_1"},
+        {"tdp_a_c_C_2", "does not belong to campaign: C_1"},
+        {"tdp_a_b_c_C_1", "has 3 values for 2 cohort filters"},
+        {"tdp_C_1", "does not belong to campaign: C_1"},
     };
-    const std::vector<Row> rows = {
-        {"other_a_c_C_1", "ApplicationId other_a_c_C_1 does not belong to campaign: C_1"},
-        {"tdp_a_c_C_2", "ApplicationId tdp_a_c_C_2 does not belong to campaign: C_1"},
-        {"tdp_a_b_c_C_1", "ApplicationId tdp_a_b_c_C_1 has 3 values for 2 cohort filters"},
-        {"tdp_C_1", "ApplicationId tdp_C_1 does not belong to campaign: C_1"},
-    };
-    for (const Row& row : rows) {
+    for (const auto& [appId, why] : refused) {
         log.clear();
-        EXPECT_EQ(1u, fact_SplitApplicationId("C_1", row.appId.c_str(), recordSplit));
-        EXPECT_TRUE(logged(6, "fact_SplitApplicationId: " + row.error)) << row.appId;
+        EXPECT_EQ(1u, fact_SplitApplicationId("C_1", appId.c_str(), recordSplit)) << appId;
+        EXPECT_TRUE(logged(6, "fact_SplitApplicationId: ApplicationId " + appId + " " + why));
     }
     EXPECT_EQ(1u, fact_SplitApplicationId("C_1", "tdp_a_c_C_1",
                                           [](const char*, const char*) { return 7; }));

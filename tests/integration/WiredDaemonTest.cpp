@@ -31,16 +31,6 @@ const char kAppId[] = "TelemetryDataProducer_A1RABVCI_hc-1,hc-2_tdp-e2e";
 const char kMetadata[] =
     R"({"differential_privacy":"{\"cohort_size\": 0}","campaign_id":"tdp-e2e"})";
 
-std::vector<std::string> ecsTrace() {
-    std::vector<std::string> lines;
-    std::istringstream in(
-        vemo::test::readHostFile(std::string(TDP_TEST_DATA_DIR) + "/ecs_trace.jsonl"));
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 // The event document's header member and payload text.
 struct PostedEvent {
     std::string nameSpace, name, payloadVersion, payload;
@@ -96,16 +86,17 @@ class WiredDaemonTest : public ::testing::Test {
         }
         return code;
     }
-    int sendEcs(const std::string& event) {
-        root.writeFile("/ecs.json", event);
-        return ctl({"fact", "UnifiedSensingService", "@" + root.path("/ecs.json")});
-    }
     // The trace's first event sets the keys; its second changes the volume,
     // which makes one vector.
     void sendVolumeChange() {
-        const std::vector<std::string> trace = ecsTrace();
-        EXPECT_EQ(sendEcs(trace[0]), 0);
-        EXPECT_EQ(sendEcs(trace[1]), 0);
+        std::istringstream trace(
+            vemo::test::readHostFile(std::string(TDP_TEST_DATA_DIR) + "/ecs_trace.jsonl"));
+        std::string event;
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_TRUE(std::getline(trace, event));
+            root.writeFile("/ecs.json", event);
+            EXPECT_EQ(ctl({"fact", "UnifiedSensingService", "@" + root.path("/ecs.json")}), 0);
+        }
     }
     std::map<std::string, std::string> env() const { return {{"VEMO_DEVICE_ROOT", root.root()}}; }
 
@@ -272,13 +263,11 @@ TEST_F(WiredDaemonTest, AServiceThatCannotBePublishedEndsTheProcessWithCode1) {
     root.writeFile("/dev", "not a directory");
     ChildProcess failing(VEMO_DAEMON_PATH, {}, env());
     EXPECT_EQ(failing.waitForExit(30s), 1) << failing.output();
-    EXPECT_NE(
-        failing.output().find(
-            "E Vemo:VemoDaemon: setup:Could not start service connector/host IPC. Status = 6"),
-        std::string::npos)
-        << failing.output();
-    EXPECT_NE(failing.output().find("E Vemo:VemodMain: main:Fail to setup the vemod, error: 6"),
-              std::string::npos);
+    for (const char* line :
+         {"E Vemo:VemoDaemon: setup:Could not start service connector/host IPC. Status = 6",
+          "E Vemo:VemodMain: main:Fail to setup the vemod, error: 6"}) {
+        EXPECT_NE(failing.output().find(line), std::string::npos) << failing.output();
+    }
 }
 
 }  // namespace

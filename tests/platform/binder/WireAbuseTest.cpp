@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <future>
 
@@ -57,15 +58,14 @@ class WireAbuseTest : public EchoServerFixture {
     }
 
     // True when the server closed the connection in time: end of stream, or
-    // a reset when it closed with our unread bytes still queued.
-    static bool closedByPeer(int fd) {
+    // a reset when it closed with our unread bytes still queued. Closes `fd`.
+    static bool droppedByPeer(int fd) {
         pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 10000) != 1) {
-            return false;
-        }
         char c;
-        const ssize_t n = recv(fd, &c, 1, 0);
-        return n == 0 || (n < 0 && errno == ECONNRESET);
+        const ssize_t n = poll(&p, 1, 10000) == 1 ? recv(fd, &c, 1, 0) : 1;  // 1: still open
+        const bool dropped = n == 0 || (n < 0 && errno == ECONNRESET);
+        close(fd);
+        return dropped;
     }
 
     // A transaction to the service's node carrying `data`.
@@ -99,9 +99,17 @@ class WireAbuseTest : public EchoServerFixture {
         return f;
     }
 
-    static void sendFrame(int fd, Frame f) {
-        const auto bytes = encodeFrame(&f);
-        EXPECT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
+    // Sends `f`, or only its first `bytes` bytes.
+    static void sendFrame(int fd, Frame f, size_t bytes = SIZE_MAX) {
+        const auto encoded = encodeFrame(&f);
+        EXPECT_EQ(sendAll(fd, encoded.data(), std::min(bytes, encoded.size())), OK);
+    }
+
+    // A new raw connection that has sent `f` (or its first `bytes` bytes).
+    int sending(Frame f, size_t bytes = SIZE_MAX) {
+        const int fd = connectRaw();
+        sendFrame(fd, std::move(f), bytes);
+        return fd;
     }
 
     // True when an ordinary call is answered within a second. A server that
@@ -115,13 +123,14 @@ class WireAbuseTest : public EchoServerFixture {
         return inTime && pending.get() == 77;
     }
 
-    // Sends `f` and reads the answer; its status.
-    static int32_t exchange(int fd, Frame f, Frame* answer) {
+    // Sends `f` and reads the answer into `reply`; its status.
+    int32_t exchange(int fd, Frame f) {
         sendFrame(fd, std::move(f));
-        EXPECT_EQ(readFrame(fd, answer), OK);
-        return answer->header.status;
+        EXPECT_EQ(readFrame(fd, &reply), OK);
+        return reply.header.status;
     }
 
+    Frame reply;
     std::string path;
     uint64_t serviceNode = 0;
 };
@@ -169,14 +178,12 @@ TEST_P(WireAbuseFrames, DropOnlyThatConnection) {
     encodeHeader(h, bytes.data());
     ASSERT_EQ(sendAll(fd, bytes.data(), GetParam().sent), OK);
     shutdown(fd, SHUT_WR);  // a truncated frame ends with the stream
-    EXPECT_TRUE(closedByPeer(fd));
-    close(fd);
+    EXPECT_TRUE(droppedByPeer(fd));
 
     // Another raw connection, opened before, is still served.
-    Frame answer;
-    EXPECT_EQ(exchange(bystander, transaction(ECHO, tokenAnd({5})), &answer), OK);
-    EXPECT_EQ(answer.header.kind, static_cast<uint32_t>(FRAME_REPLY));
-    EXPECT_EQ(answer.data.size(), 4u);
+    EXPECT_EQ(exchange(bystander, transaction(ECHO, tokenAnd({5}))), OK);
+    EXPECT_EQ(reply.header.kind, static_cast<uint32_t>(FRAME_REPLY));
+    EXPECT_EQ(reply.data.size(), 4u);
     close(bystander);
     EXPECT_TRUE(answersPromptly());
 }
@@ -188,10 +195,9 @@ INSTANTIATE_TEST_SUITE_P(Cases, WireAbuseFrames, ::testing::ValuesIn(kBadFrames)
 // connection stays usable.
 TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
     const int fd = connectRaw();
-    Frame answer;
     Frame unknownNode = transaction(ECHO);
     unknownNode.header.target = 987654;
-    EXPECT_EQ(exchange(fd, unknownNode, &answer), DEAD_OBJECT);
+    EXPECT_EQ(exchange(fd, unknownNode), DEAD_OBJECT);
 
     // One object, of `type` in the data, whose reference is {node, path}.
     struct BadObject {
@@ -214,14 +220,14 @@ TEST_F(WireAbuseTest, BadContentIsAnsweredWithAnErrorStatus) {
     for (const BadObject& bad : badObjects) {
         Frame f = withObjects(ECHO, {ObjectRef{bad.node, 0, bad.path}});
         memcpy(f.data.data() + offsetof(flat_binder_object, type), &bad.type, sizeof bad.type);
-        EXPECT_EQ(exchange(fd, f, &answer), FAILED_TRANSACTION) << bad.path;
+        EXPECT_EQ(exchange(fd, f), FAILED_TRANSACTION) << bad.path;
     }
 
     // Truncated parcels reach the handler, whose reads fail cleanly.
     std::vector<uint8_t> token = tokenAnd({});
-    EXPECT_EQ(exchange(fd, transaction(CALL_ME_LATER, token), &answer), BAD_TYPE);  // no callback
+    EXPECT_EQ(exchange(fd, transaction(CALL_ME_LATER, token)), BAD_TYPE);  // no callback
     token.resize(token.size() - 2);
-    EXPECT_EQ(exchange(fd, transaction(CALL_ME_LATER, token), &answer), PERMISSION_DENIED);
+    EXPECT_EQ(exchange(fd, transaction(CALL_ME_LATER, token)), PERMISSION_DENIED);
     close(fd);
     EXPECT_TRUE(answersPromptly());
 }
@@ -230,13 +236,11 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
     // Past the end, overlapping, misaligned, far out.
     const std::vector<std::vector<uint32_t>> badOffsets = {{12}, {0, 4}, {2}, {100}};
     for (const auto& offsets : badOffsets) {
-        const int fd = connectRaw();
-        Frame f = transaction(ECHO, std::vector<uint8_t>(32, 0));
+        // Well-formed objects and references: only the offsets are wrong.
+        Frame f = withObjects(ECHO, std::vector<ObjectRef>(offsets.size(), ObjectRef{1, 0, path}));
+        f.data.resize(std::max<size_t>(f.data.size(), 32));  // an object at 2 would fit
         f.offsets = offsets;
-        f.refs.assign(offsets.size(), ObjectRef{1, 0, path});
-        sendFrame(fd, f);
-        EXPECT_TRUE(closedByPeer(fd)) << offsets[0];
-        close(fd);
+        EXPECT_TRUE(droppedByPeer(sending(f))) << offsets[0];
     }
     EXPECT_TRUE(answersPromptly());
 }
@@ -245,14 +249,11 @@ TEST_F(WireAbuseTest, OverlappingOrMisplacedObjectOffsetsDropTheConnection) {
 // ordinary call is still served while they are all connected (a server that
 // waited on them would answer only after dropping them).
 TEST_F(WireAbuseTest, PeersStalledMidFrameHoldNoThread) {
-    Frame f = transaction(ECHO, std::vector<uint8_t>(1000, 0));
-    const auto frame = encodeFrame(&f);
+    const Frame f = transaction(ECHO, std::vector<uint8_t>(1000, 0));
     std::vector<int> stalled;
     for (int i = 0; i < 20; ++i) {
-        const int fd = connectRaw();
         // Into the payload, or into the header.
-        ASSERT_EQ(sendAll(fd, frame.data(), i % 2 == 0 ? kHeader + 1 : 4), OK);
-        stalled.push_back(fd);
+        stalled.push_back(sending(f, i % 2 == 0 ? kHeader + 1 : 4));
     }
     EXPECT_TRUE(answersPromptly());
     for (const int fd : stalled) {
@@ -281,8 +282,7 @@ TEST_F(WireAbuseTest, ReleaseNoticesToAPeerThatDoesNotAcceptHoldNoThread) {
         for (uint64_t i = 1; i <= 20; ++i) {
             refs.push_back(ObjectRef{peer * 100 + i, REF_COUNTED, sink});
         }
-        fds.push_back(connectRaw());
-        sendFrame(fds.back(), withObjects(999, refs));
+        fds.push_back(sending(withObjects(999, refs)));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the server takes them all
     EXPECT_TRUE(answersPromptly());
@@ -325,10 +325,9 @@ TEST_F(WireAbuseTest, PeersReleaseAndAcquireOnlyWhatTheyHold) {
     uint64_t node;
     ASSERT_EQ(Transport::instance().publish(new BBinder(), &own, &node), OK);
     const int fd = connectRaw(own);
-    Frame answer;
     for (uint64_t node = 1; node <= 16; ++node) {
         sendFrame(fd, refCount(FRAME_RELEASE, node, 1000));
-        EXPECT_NE(exchange(fd, refCount(FRAME_ACQUIRE, node, 1), &answer), OK) << node;
+        EXPECT_NE(exchange(fd, refCount(FRAME_ACQUIRE, node, 1)), OK) << node;
     }
     close(fd);
     callback.clear();  // the server's reference alone keeps it
@@ -343,17 +342,16 @@ TEST_F(WireAbuseTest, PeersReleaseAndAcquireOnlyWhatTheyHold) {
 // counted for the server, or the object they keep would never be freed.
 TEST_F(WireAbuseTest, RefusedFramesReleaseTheirReferences) {
     const int fd = connectRaw();
-    Frame answer;
-    ASSERT_EQ(exchange(fd, transaction(NEW_OBJECT, tokenAnd({})), &answer), OK);
-    ASSERT_EQ(answer.refs.size(), 1u);
-    const ObjectRef object = answer.refs[0];  // counted for this process
+    ASSERT_EQ(exchange(fd, transaction(NEW_OBJECT, tokenAnd({}))), OK);
+    ASSERT_EQ(reply.refs.size(), 1u);
+    const ObjectRef object = reply.refs[0];  // counted for this process
+    const Frame badNeighbour = withObjects(ECHO, {ObjectRef{1, 0, "/nonexistent/socket"}, object});
     Frame unknownTarget = withObjects(ECHO, {object});
     unknownTarget.header.target = 987654;
-    const Frame badNeighbour = withObjects(ECHO, {ObjectRef{1, 0, "/nonexistent/socket"}, object});
     for (const Frame& refused : {unknownTarget, badNeighbour}) {
         // Counted for the server, as a process forwarding it there does.
-        ASSERT_EQ(exchange(fd, refCount(FRAME_ACQUIRE, object.node, 1, serverPid), &answer), OK);
-        EXPECT_NE(exchange(fd, refused, &answer), OK);
+        ASSERT_EQ(exchange(fd, refCount(FRAME_ACQUIRE, object.node, 1, serverPid)), OK);
+        EXPECT_NE(exchange(fd, refused), OK);
     }
     sendFrame(fd, refCount(FRAME_RELEASE, object.node, 1));
     // The release goes on another connection.
@@ -372,27 +370,19 @@ TEST_F(WireDeadlineTest, IdleAndHalfSentConnectionsAreClosed) {
     Transport::Limits limits;
     limits.idleMs = 500;  // pooled connections are dropped after half of it
     Transport::instance().setLimits(limits);
-    Frame f = transaction(ECHO, tokenAnd({1}));
-    const auto bytes = encodeFrame(&f);
     const int idle = connectRaw();
-    const int half = connectRaw();
-    ASSERT_EQ(sendAll(half, bytes.data(), bytes.size() - 1), OK);
-    EXPECT_TRUE(closedByPeer(idle));
-    EXPECT_TRUE(closedByPeer(half));
+    const int half = sending(transaction(ECHO, tokenAnd({1})), kHeader + 1);
+    EXPECT_TRUE(droppedByPeer(idle));
+    EXPECT_TRUE(droppedByPeer(half));
     EXPECT_EQ(ask(ECHO, {5}), 5);
-    close(idle);
-    close(half);
     Transport::instance().setLimits(Transport::Limits());
 }
 
 TEST_F(WireAbuseTest, CallerThatLeavesMidCallDoesNotDisturbTheServer) {
     // Two parties that never come, 100 ms.
-    Frame f = transaction(BARRIER, tokenAnd({2, 100}));
-    const auto bytes = encodeFrame(&f);
+    const Frame f = transaction(BARRIER, tokenAnd({2, 100}));
     for (int i = 0; i < 3; ++i) {
-        const int fd = connectRaw();
-        ASSERT_EQ(sendAll(fd, bytes.data(), bytes.size()), OK);
-        close(fd);  // gone before the reply
+        close(sending(f));  // gone before the reply
     }
     // Whether an abandoned call still runs depends on when the server sees
     // the hang-up; what matters is that everyone else is still served.

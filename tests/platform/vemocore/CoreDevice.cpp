@@ -31,6 +31,13 @@ secagg::ParticipationRequest CoreDevice::initiate(const std::vector<int32_t>& da
     return parsed(out);
 }
 
+secagg::ParticipationRequest CoreDevice::initiate(const std::vector<int32_t>& data) {
+    int code = -1;
+    const secagg::ParticipationRequest request = initiate(data, code);
+    EXPECT_EQ(0, code);
+    return request;
+}
+
 secagg::ParticipationRequest CoreDevice::initiateFlgr(const std::vector<float>& values,
                                                       float scale) {
     std::vector<uint8_t> blob(values.size() * 4);

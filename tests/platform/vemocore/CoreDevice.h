@@ -27,8 +27,10 @@ class CoreDevice {
     explicit CoreDevice(std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     ~CoreDevice() { finish(); }
 
-    // The core's code goes to `code`; the request is parsed from its text.
+    // The core's code goes to `code` (or is expected to be 0); the request is
+    // parsed from its text.
     secagg::ParticipationRequest initiate(const std::vector<int32_t>& data, int& code);
+    secagg::ParticipationRequest initiate(const std::vector<int32_t>& data);
     secagg::ParticipationRequest initiateFlgr(const std::vector<float>& values, float scale);
     // Destroys the handle (waiting for deliveries) and returns what arrived.
     std::vector<Received> finish();

@@ -104,9 +104,7 @@ TEST_F(VemoCoreRefusalTest, EachRuleHasItsCodeAndUsesTheRequestUpOnlyWhenNamed) 
     for (const Row& row : rows) {
         SetUp();
         CoreDevice device;
-        int code = -1;
-        const auto request = device.initiate({4, 5, 9}, code);
-        ASSERT_EQ(0, code);
+        const auto request = device.initiate({4, 5, 9});
         const MaskDirective valid = directiveFor(request, {peer});
         const std::string validText = secagg::writeMaskDirective(valid);
         const bool usedBefore = std::string(row.name) == "used request";
@@ -185,8 +183,7 @@ TEST_F(VemoCoreRefusalTest, BadCreationWordsAndArgumentsAreInvalid) {
 
 TEST_F(VemoCoreRefusalTest, DestroyWaitsForTheDeliveryInFlight) {
     CoreDevice device(std::chrono::milliseconds(100));
-    int code = -1;
-    const auto request = device.initiate({1, 2}, code);
+    const auto request = device.initiate({1, 2});
     const std::string text = secagg::writeMaskDirective(
         directiveFor(request, {secagg::KeyPair::generate().publicKey()}));
     ASSERT_EQ(0, vemoHandleMask(device.handle, text.c_str()));

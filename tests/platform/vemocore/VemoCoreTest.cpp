@@ -72,12 +72,8 @@ TEST(VemoCoreCohortTest, MasksCancelInTheSumAndTheChecksumCatchesFaults) {
             secagg::addInto(expected.data(), reinterpret_cast<const uint32_t*>(input.data()), 41);
         }
         size_t next = 0;
-        const Session s = play(members, [&](CoreDevice& device) {
-            int code = -1;
-            auto request = device.initiate(inputs[next++], code);
-            EXPECT_EQ(0, code);
-            return request;
-        });
+        const Session s =
+            play(members, [&](CoreDevice& device) { return device.initiate(inputs[next++]); });
         ASSERT_EQ(members, s.masked.size());
         // First the metadata, then the application id: the upload's order.
         EXPECT_EQ("meta|app|cohort-7", s.texts);
@@ -125,10 +121,7 @@ TEST(VemoCoreCohortTest, AMaskedVectorLooksUniform) {
     // A one-hot vector: without masks its bytes are almost all zero.
     std::vector<int32_t> oneHot(1 << 16, 0);
     oneHot[5] = 1;
-    const Session s = play(2, [&](CoreDevice& device) {
-        int code = -1;
-        return device.initiate(oneHot, code);
-    });
+    const Session s = play(2, [&](CoreDevice& device) { return device.initiate(oneHot); });
     ASSERT_EQ(2u, s.masked.size());
     std::vector<double> counts(256, 0.0);
     for (uint32_t word : s.masked[0]) {
