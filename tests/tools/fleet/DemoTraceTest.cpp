@@ -85,7 +85,7 @@ TEST(DemoTraceTest, OneDevicesTraceCountsExactlyTheTruth) {
         counts.push_back(count.GetInt64());
     }
     std::lock_guard<std::mutex> lock(gMutex);
-    EXPECT_EQ(gApplicationIds.size(), 60u);
+    ASSERT_EQ(gApplicationIds.size(), 60u);
     EXPECT_EQ(gApplicationIds.front(), truth["application_id"].GetString());
     EXPECT_EQ(item["reports"].GetInt64(), 60);
     EXPECT_EQ(gSum, counts);
