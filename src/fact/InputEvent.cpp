@@ -6,12 +6,12 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/schema.h>
 
-#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
 
 #include "fact/JsonUtils.h"
+#include "fact/StackDocument.h"
 
 namespace fact {
 
@@ -51,8 +51,6 @@ const rapidjson::SchemaDocument* eventSchema() {
     }();
     return schema.get();
 }
-
-constexpr size_t kDocumentChunkBytes = 4096;
 
 bool isName(const rapidjson::Value& name, const char* text, rapidjson::SizeType length) {
     return name.GetStringLength() == length && std::memcmp(name.GetString(), text, length) == 0;
@@ -122,12 +120,8 @@ InputEvent::InputEvent(const std::string& jsonText) {
                                  " bytes, limit " + std::to_string(kMaxJsonSize));
     }
     {
-        // A typical event's document fits in a few KiB on the stack; the
-        // allocator's default first chunk (64 KiB from the heap) costs more
-        // to take and give back than parsing the event.
-        alignas(std::max_align_t) char chunk[kDocumentChunkBytes];
-        rapidjson::MemoryPoolAllocator<> allocator(chunk, sizeof chunk);
-        rapidjson::Document doc(&allocator);
+        StackDocument stack;
+        rapidjson::Document& doc = stack.get();
         doc.Parse<json::kParseFlags>(jsonText.data(), jsonText.size());
         if (doc.HasParseError()) {
             throw std::runtime_error(std::string("Failed to parse json: ") +

@@ -1,10 +1,10 @@
 #include "fact/tdp/TdpSignalHandler.h"
 
 #include <algorithm>
-#include <cstddef>
 
 #include "common/VemoLogger.h"
 #include "fact/FactHeartbeatMetric.h"
+#include "fact/StackDocument.h"
 #include "fact/tdp/TdpJson.h"
 
 namespace fact {
@@ -13,7 +13,6 @@ namespace {
 const vemo::VemoLogger logger{"TdpSignalHandler"};
 const char kEventErrorCount[] = "TdpUnifiedSensingEventErrorCount";
 const char kChangedSuffix[] = "_CHANGED";
-constexpr size_t kDocumentChunkBytes = 4096;
 
 std::string text(const rapidjson::Value& value) {
     return std::string(value.GetString(), value.GetStringLength());
@@ -74,12 +73,8 @@ std::vector<std::string> TdpSignalHandler::processEcsEvent(const std::string& js
         FactHeartbeatMetric::GetInstance().addCount(kEventErrorCount);
         return signals;
     }
-    // An event's document fits in a few KiB on the stack; the allocator's
-    // default first chunk (64 KiB from the heap) costs more to take and give
-    // back than parsing the event.
-    alignas(std::max_align_t) char chunk[kDocumentChunkBytes];
-    rapidjson::MemoryPoolAllocator<> allocator(chunk, sizeof chunk);
-    rapidjson::Document document(&allocator);
+    StackDocument stack;
+    rapidjson::Document& document = stack.get();
     document.Parse<rapidjson::kParseIterativeFlag>(json.data(), json.size());
     // An ECS event is an object of state keys; any other JSON is as useless
     // as text that does not parse.
